@@ -1,0 +1,14 @@
+include(CMakePackageConfigHelpers)
+
+install(EXPORT PellmorTargets
+  NAMESPACE Pellmor::
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Pellmor)
+
+configure_package_config_file(cmake/PellmorConfig.cmake.in ${PROJECT_BINARY_DIR}/PellmorConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Pellmor)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/PellmorConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/PellmorConfig.cmake ${PROJECT_BINARY_DIR}/PellmorConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Pellmor)
+
+configure_file(cmake/pellmor.pc.in ${PROJECT_BINARY_DIR}/pellmor.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/pellmor.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

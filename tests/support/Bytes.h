@@ -1,0 +1,102 @@
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "ByteOrder.h"
+
+// Boxes built in memory, so that a test shows the file it means:
+//
+//   box("moov", {box("trak", {tkhd(640, 360)}), box("udta", {text("...")})})
+//
+// Sizes are right unless a test asks for a lie with withSize().
+
+namespace test {
+
+/// Any bytes; a string, so that they compare, concatenate and print.
+using Bytes = std::string;
+using Parts = std::initializer_list<Bytes>;
+
+template <class Integer>
+Bytes bigEndian(Integer value) {
+    Bytes bytes(sizeof value, '\0');
+    MP4::storeBigEndian(bytes.data(), value);
+    return bytes;
+}
+
+inline Bytes u8(uint8_t value) {
+    return bigEndian(value);
+}
+inline Bytes u16(uint16_t value) {
+    return bigEndian(value);
+}
+inline Bytes u32(uint32_t value) {
+    return bigEndian(value);
+}
+inline Bytes u64(uint64_t value) {
+    return bigEndian(value);
+}
+inline Bytes text(std::string_view characters) {
+    return Bytes(characters);
+}
+inline Bytes zeros(size_t count) {
+    return Bytes(count, '\0');
+}
+
+inline Bytes cat(Parts parts) {
+    Bytes all;
+    for (const Bytes& part : parts) {
+        all += part;
+    }
+    return all;
+}
+
+inline Bytes box(std::string_view type, Parts body = {}) {
+    const Bytes content = cat(body);
+    return cat({u32(static_cast<uint32_t>(8 + content.size())), text(type), content});
+}
+
+/// The 64-bit form of the size.
+inline Bytes largeBox(std::string_view type, Parts body = {}) {
+    const Bytes content = cat(body);
+    return cat({u32(1), text(type), u64(16 + content.size()), content});
+}
+
+/// A box that begins with a version and flags of 0.
+inline Bytes fullBox(std::string_view type, uint8_t version, Parts body = {}) {
+    return box(type, {u8(version), zeros(3), cat(body)});
+}
+
+inline Bytes withSize(Bytes box, uint32_t size) {
+    return box.replace(0, 4, u32(size));
+}
+
+/// A track header of version 0 with a picture size in whole pixels.
+inline Bytes tkhd(uint16_t width, uint16_t height) {
+    return fullBox("tkhd", 0, {zeros(72), u16(width), u16(0), u16(height), u16(0)});
+}
+
+/// A track with the given chunk-offset table, or any other sample-table boxes.
+inline Bytes track(Parts sampleTable, uint16_t width = 640) {
+    return box("trak", {tkhd(width, 360), box("mdia", {box("minf", {box("stbl", sampleTable)})})});
+}
+
+inline Bytes stco(std::initializer_list<uint32_t> offsets) {
+    Bytes entries;
+    for (const uint32_t offset : offsets) {
+        entries += u32(offset);
+    }
+    return fullBox("stco", 0, {u32(static_cast<uint32_t>(offsets.size())), entries});
+}
+
+inline Bytes co64(std::initializer_list<uint64_t> offsets) {
+    Bytes entries;
+    for (const uint64_t offset : offsets) {
+        entries += u64(offset);
+    }
+    return fullBox("co64", 0, {u32(static_cast<uint32_t>(offsets.size())), entries});
+}
+
+} // namespace test

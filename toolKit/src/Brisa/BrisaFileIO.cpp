@@ -1,0 +1,176 @@
+#include "Brisa/BrisaFileIO.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "Brisa/BrisaConsole.h"
+#include "ByteOrder.h"
+
+namespace Brisa {
+
+bool FileIO_show_process_file_name = false;
+
+namespace {
+
+bool openFor(const std::wstring& path, int mode, const std::function<void(FileIO&)>& work) {
+    FileIO file(path, mode);
+    if (!file.isOpen()) {
+        return false;
+    }
+    if (FileIO_show_process_file_name) {
+        Console::out(L"processing %ls ...\n", path.c_str());
+    }
+    work(file);
+    return true;
+}
+
+} // namespace
+
+bool FileIO::open(const std::wstring& path, std::function<void(FileIO&)> work) {
+    return openFor(path, 'r', work);
+}
+
+bool FileIO::open_w(const std::wstring& path, std::function<void(FileIO&)> work) {
+    return openFor(path, 'w', work);
+}
+
+bool FileIO::open_a(const std::wstring& path, std::function<void(FileIO&)> work) {
+    return openFor(path, 'a', work);
+}
+
+bool FileIO::exist(const std::wstring& path) {
+    return open(path, [](FileIO&) {});
+}
+
+uint64_t FileIO::copyTo(FileIO& destination, uint64_t size) {
+    constexpr uint64_t blockBytes = 65536;
+    const auto block = std::make_unique_for_overwrite<uint8_t[]>(blockBytes);
+    uint64_t total = 0;
+    while (total < size) {
+        const uint64_t got = read(block.get(), std::min(blockBytes, size - total));
+        if (got == 0 || got == ~uint64_t{0}) {
+            break;
+        }
+        const uint64_t written = destination.writeAll(block.get(), got);
+        total += written;
+        if (written != got) {
+            break;
+        }
+    }
+    return total;
+}
+
+uint64_t FileIO::readAll(void* buffer, uint64_t count) {
+    auto* const bytes = static_cast<uint8_t*>(buffer);
+    uint64_t total = 0;
+    while (total < count) {
+        const uint64_t got = read(bytes + total, count - total);
+        if (got == 0 || got == ~uint64_t{0}) {
+            break;
+        }
+        total += got;
+    }
+    return total;
+}
+
+uint64_t FileIO::writeAll(const void* buffer, uint64_t count) {
+    const auto* const bytes = static_cast<const uint8_t*>(buffer);
+    uint64_t total = 0;
+    while (total < count) {
+        const uint64_t written = write(bytes + total, count - total);
+        if (written == 0 || written == ~uint64_t{0}) {
+            break;
+        }
+        total += written;
+    }
+    return total;
+}
+
+} // namespace Brisa
+
+namespace MP4 {
+
+namespace {
+
+uint64_t memoryFor(uint64_t length) {
+    constexpr uint64_t always = uint64_t{48} << 20;
+    constexpr uint64_t perByte = 12;
+    return length > (~uint64_t{0} - always) / perByte ? ~uint64_t{0} : perByte * length + always;
+}
+
+} // namespace
+
+BinFile::BinFile(Brisa::FileIO& file)
+    : FileIO(file), boxesLeft(file.length() / 8 + 64), memoryLeft(memoryFor(file.length())) {}
+
+BinFile::~BinFile() {
+    descriptor = 0;
+}
+
+void BinFile::readBytes(void* destination, uint64_t count) {
+    if (!fits(count)) {
+        return;
+    }
+    auto* const bytes = static_cast<uint8_t*>(destination);
+    for (uint64_t total = 0; total < count;) {
+        const uint64_t got = read(bytes + total, count - total);
+        if (got == ~uint64_t{0}) {
+            readFailed = true;
+            return;
+        }
+        if (got == 0) {
+            return;
+        }
+        total += got;
+    }
+}
+
+uint64_t BinFile::available() const {
+    const uint64_t end = std::min(limit, length());
+    return end > position() ? end - position() : 0;
+}
+
+bool BinFile::takeMemory(uint64_t bytes) {
+    if (bytes > memoryLeft) {
+        return false;
+    }
+    memoryLeft -= bytes;
+    return true;
+}
+
+template <class Integer>
+Integer BinFile::readNumber() {
+    std::array<uint8_t, sizeof(Integer)> bytes{};
+    readBytes(bytes.data(), bytes.size());
+    return loadBigEndian<Integer>(bytes.data());
+}
+
+template <class Integer>
+bool BinFile::writeNumber(Integer value) {
+    std::array<uint8_t, sizeof(Integer)> bytes;
+    storeBigEndian(bytes.data(), value);
+    return writeAll(bytes.data(), bytes.size()) == bytes.size();
+}
+
+uint8_t BinFile::read8() {
+    return readNumber<uint8_t>();
+}
+uint16_t BinFile::read16() {
+    return readNumber<uint16_t>();
+}
+uint32_t BinFile::read32() {
+    return readNumber<uint32_t>();
+}
+uint64_t BinFile::read64() {
+    return readNumber<uint64_t>();
+}
+
+bool BinFile::write32(uint32_t value) {
+    return writeNumber(value);
+}
+bool BinFile::write64(uint64_t value) {
+    return writeNumber(value);
+}
+
+} // namespace MP4
