@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "ByteOrder.h"
+#include "MP4Box.h"
 
 // Boxes built in memory, so that a test shows the file it means:
 //
@@ -67,6 +68,10 @@ inline Bytes largeBox(std::string_view type, Parts body = {}) {
 /// A box that begins with a version and flags of 0.
 inline Bytes fullBox(std::string_view type, uint8_t version, Parts body = {}) {
     return box(type, {u8(version), zeros(3), cat(body)});
+}
+
+inline Bytes uuidBox(const MP4::Usertype& identity, Parts body = {}) {
+    return box("uuid", {Bytes(identity.begin(), identity.end()), cat(body)});
 }
 
 inline Bytes withSize(Bytes box, uint32_t size) {

@@ -1,0 +1,142 @@
+#include "MP4Box.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "Brisa/BrisaConsole.h"
+#include "ByteOrder.h"
+#include "MP4Box_fields.h"
+
+namespace MP4 {
+
+namespace {
+
+using Brisa::Console;
+
+/// What a table costs beyond its entries and the memory that every box is counted with.
+constexpr uint64_t memoryOfTable = 40;
+
+/// Turns `bytes` of big-endian 32-bit numbers, in place, into numbers of this machine.
+void toHostOrder(uint8_t* words, uint64_t bytes) {
+    for (uint8_t* word = words; word != words + bytes; word += sizeof(uint32_t)) {
+        const auto value = loadBigEndian<uint32_t>(word);
+        std::memcpy(word, &value, sizeof value);
+    }
+}
+
+/// Reads a table of `count` entries, each a row of 32-bit numbers, and sets `count` to the number
+/// of entries that the table got.
+template <class Entry>
+void readEntries(BinFile& file, uint32_t& count, std::vector<Entry>& entries) {
+    static_assert(sizeof(Entry) % sizeof(uint32_t) == 0);
+    constexpr uint64_t blockBytes = 65536 / sizeof(Entry) * sizeof(Entry);
+    const uint64_t there = std::min<uint64_t>(count, file.available() / sizeof(Entry));
+    if (!file.keepContents) {
+        return;
+    }
+    if (!file.takeMemory(memoryOfTable + count * sizeof(Entry))) {
+        count = file.takeMemory(memoryOfTable + there * sizeof(Entry)) ? static_cast<uint32_t>(there) : 0;
+    }
+    entries.resize(count);
+    auto* const bytes = reinterpret_cast<uint8_t*>(entries.data());
+    const uint64_t stored = std::min<uint64_t>(there, count) * sizeof(Entry);
+    for (uint64_t done = 0; done < stored; done += blockBytes) {
+        const uint64_t block = std::min(blockBytes, stored - done);
+        file.readBytes(bytes + done, block);
+        toHostOrder(bytes + done, block);
+    }
+}
+
+} // namespace
+
+void STSD::parseBox(BinFile& file, uint64_t limit) {
+    enter(file, limit);
+    file.readBytes(&versionFlags, sizeof versionFlags);
+    entryCount = file.read32();
+    parseChildren(file, limit);
+}
+
+void AVC1::parseBox(BinFile& file, uint64_t limit) {
+    constexpr int64_t fixedFields = 78;
+    enter(file, limit);
+    if (file.fits(fixedFields)) {
+        file.seek_cur(fixedFields);
+    }
+    parseChildren(file, limit);
+}
+
+void SOWT::parseBox(BinFile& file, uint64_t limit) {
+    enter(file, limit);
+    file.seek_cur(6); // reserved
+    data_reference_index = file.read16();
+    file.seek_cur(8); // reserved
+    channel_count = file.read16();
+    sample_size = file.read16();
+    pre_defined = file.read16();
+    file.seek_cur(2); // reserved
+    samplerate = static_cast<uint16_t>(file.read32() >> 16);
+    parseChildren(file, limit);
+}
+
+void SOWT::dump() const {
+    Console::out(L"MP4: %ls<%ls data_reference_index=%u channel_count=%u sample_size=%u pre_defined=%u "
+                 L"samplelate=%x>\n",
+                 indentation().c_str(), basicTag().c_str(), data_reference_index, channel_count, sample_size,
+                 pre_defined, samplerate);
+    for (const auto& child : children) {
+        child->dump();
+    }
+}
+
+void STTS::parseBox(BinFile& file, uint64_t limit) {
+    enter(file, limit);
+    readVersionAndFlags(file, version, flags);
+    entryCount = file.read32();
+    readEntries(file, entryCount, entries);
+}
+
+void STTS::dump() const {
+    Console::out(L"MP4: %ls<%ls entryCount=%d >\n", indentation().c_str(), basicTag().c_str(), entryCount);
+}
+
+void STSC::parseBox(BinFile& file, uint64_t limit) {
+    enter(file, limit);
+    readVersionAndFlags(file, version, flags);
+    entryCount = file.read32();
+    readEntries(file, entryCount, entries);
+}
+
+void STSC::dump() const {
+    Console::out(L"MP4: %ls<%ls entryCount=%d >\n", indentation().c_str(), basicTag().c_str(), entryCount);
+}
+
+void STSZ::parseBox(BinFile& file, uint64_t limit) {
+    enter(file, limit);
+    readVersionAndFlags(file, version, flags);
+    sampleSize = file.read32();
+    sample_count = file.read32();
+    if (sampleSize == 0) {
+        readEntries(file, sample_count, entries);
+        sample_total = std::accumulate(entries.begin(), entries.end(), uint64_t{0});
+    } else {
+        sample_total = uint64_t{sampleSize} * sample_count;
+    }
+}
+
+void STSZ::dump() const {
+    Console::out(L"MP4: %ls<%ls sampleSize=%d sample_count=%d sample_total=%llu >\n", indentation().c_str(),
+                 basicTag().c_str(), sampleSize, sample_count, sample_total);
+}
+
+void STCO::parseBox(BinFile& file, uint64_t limit) {
+    enter(file, limit);
+    readVersionAndFlags(file, version, flags);
+    entryCount = file.read32();
+    tableOffset = file.position();
+}
+
+void STCO::dump() const {
+    Console::out(L"MP4: %ls<%ls indexes=%u >\n", indentation().c_str(), basicTag().c_str(), entryCount);
+}
+
+} // namespace MP4

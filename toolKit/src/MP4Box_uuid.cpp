@@ -1,0 +1,90 @@
+#include "MP4Box.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "Brisa/BrisaConsole.h"
+#include "ByteOrder.h"
+
+namespace MP4 {
+
+namespace {
+
+/// What a UUID costs beyond the memory that every box is counted with.
+constexpr uint64_t memoryOfUuid = 64;
+
+uint32_t sizeWithPrefix(uint64_t payload) {
+    return static_cast<uint32_t>((UUID::prefixSize + payload) & 0xFFFFFFFF);
+}
+
+} // namespace
+
+UUID::UUID(const std::string& payload_)
+    : NestedBox(0, prefixSize + payload_.size(), fourcc("uuid"), nullptr), payload(payload_) {}
+
+bool UUID::hasChild() const {
+    return is(SpatialData::_UUID);
+}
+
+void UUID::dump() const {
+    const Usertype& id = usertype;
+    std::array<char, 37> text{};
+    std::snprintf(text.data(), text.size(),
+                  "%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X", //
+                  id[0], id[1], id[2], id[3], id[4], id[5], id[6], id[7],                 //
+                  id[8], id[9], id[10], id[11], id[12], id[13], id[14], id[15]);
+    Brisa::Console::out(L"MP4: %ls<%ls uuid=%ls >\n", indentation().c_str(), basicTag().c_str(),
+                        Brisa::wchar::mbs2wcs(text.data()).c_str());
+    for (const auto& child : children) {
+        child->dump();
+    }
+}
+
+void UUID::parseBox(BinFile& file, uint64_t limit) {
+    enter(file, limit);
+    payload.clear();
+    if (file.available() < usertype.size()) {
+        return;
+    }
+    file.readBytes(usertype.data(), usertype.size());
+    if (hasChild()) {
+        parseChildren(file, limit);
+        return;
+    }
+    const uint64_t there = file.available();
+    if (file.keepContents && file.takeMemory(memoryOfUuid + there)) {
+        payload.resize(there);
+        file.readBytes(payload.data(), there);
+    }
+}
+
+bool UUID::is(const Usertype& identity) const {
+    return boxSize >= prefixSize && usertype == identity;
+}
+
+std::array<uint8_t, UUID::prefixSize> UUID::prefix(uint32_t size, const Usertype& identity) {
+    std::array<uint8_t, prefixSize> bytes{0, 0, 0, 0, 'u', 'u', 'i', 'd'};
+    storeBigEndian(bytes.data(), size);
+    std::copy(identity.begin(), identity.end(), bytes.begin() + 8);
+    return bytes;
+}
+
+bool UUID::write(BinFile& file) const {
+    const auto front = prefix(static_cast<uint32_t>(boxSize & 0xFFFFFFFF), usertype);
+    return file.writeAll(front.data(), front.size()) + file.writeAll(payload.data(), payload.size()) ==
+           boxSize;
+}
+
+bool UUID::write(Brisa::FileIO& file) const {
+    BinFile view(file);
+    return write(view);
+}
+
+void UUID::to_byteArray(ByteArray& out) const {
+    const auto front = prefix(sizeWithPrefix(payload.size()), usertype);
+    out.resize(front.size() + payload.size());
+    std::copy(front.begin(), front.end(), out.begin());
+    std::copy(payload.begin(), payload.end(), out.begin() + prefixSize);
+}
+
+} // namespace MP4
