@@ -1,0 +1,72 @@
+"""Real recordings, made by ffmpeg once a run, and the programs under test."""
+
+import hashlib
+import os
+import resource
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+
+BIN = Path(os.environ["PELLMOR_BIN"])
+
+
+def run(*command, **options):
+    """Runs a program and returns the finished process, its output as bytes."""
+    return subprocess.run([str(part) for part in command], capture_output=True, timeout=120, **options)
+
+
+def ffmpeg(*arguments):
+    result = run("ffmpeg", "-v", "error", "-y", "-nostdin", *arguments)
+    assert result.returncode == 0, result.stderr.decode()
+
+
+def stream_hashes(path):
+    """The checksum of every decoded stream, as ffmpeg sees it."""
+    result = run("ffmpeg", "-v", "error", "-i", path, "-map", "0", "-f", "streamhash", "-")
+    assert result.returncode == 0 and not result.stderr, result.stderr.decode()
+    return result.stdout
+
+
+def sha(path):
+    return hashlib.sha256(Path(path).read_bytes()).hexdigest()
+
+
+def limited_to(size):
+    """Options of run() that make every write beyond `size` bytes of a file fail."""
+    return {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))}
+
+
+class Recordings:
+    """Recordings by name, each made when a test first asks for it."""
+
+    PICTURE = ["-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25:duration=2"]
+    SOUND = ["-f", "lavfi", "-i", "sine=frequency=330:sample_rate=48000:duration=2"]
+
+    def __init__(self, folder):
+        self.folder = folder
+
+    def make(self, name, *output, sound=True, picture=None, suffix=".mp4"):
+        path = self.folder / (name + suffix)
+        if not path.exists():
+            inputs = [*(picture or self.PICTURE), *(self.SOUND if sound else [])]
+            ffmpeg(*inputs, "-c:v", "libx264", "-preset", "veryfast", "-pix_fmt", "yuv420p", *output, path)
+        return path
+
+    def moov_last(self):
+        return self.make("moov_last")
+
+    def moov_first(self):
+        return self.make("moov_first", "-movflags", "+faststart")
+
+
+@pytest.fixture(scope="session")
+def recordings(tmp_path_factory):
+    return Recordings(tmp_path_factory.mktemp("recordings"))
+
+
+@pytest.fixture(params=["moov_last", "moov_first"])
+def recording(request, recordings, tmp_path):
+    """A copy that the test may change, with moov behind mdat and in front of it."""
+    return Path(shutil.copy(getattr(recordings, request.param)(), tmp_path / "video.mp4"))
