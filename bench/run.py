@@ -1,0 +1,169 @@
+#!/usr/bin/env python3
+"""Measures the programs beside other tools and plain copies, in one run.
+
+    bench/run.py [--bin DIR] [--work DIR] [--rounds N] [LINE ...]
+
+Makes its own inputs in the work folder (several GiB of room, best on a local disk) and removes them
+afterwards. It needs Debian's time and libimage-exiftool-perl. Each line runs its commands in turn, round after round, and compares the fastest round of
+each: whole processes, wall-clock time unless the line says CPU. Exit status 1 means that a limit of
+the project was missed.
+"""
+
+import argparse
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+HOME = Path(__file__).resolve().parent.parent
+MIB = 1 << 20
+MAP_IDENTITY = bytes.fromhex("8B18D5C30E7A25C7B3AD252358B401EE")
+
+
+def box(kind, *body):
+    content = b"".join(body)
+    return (8 + len(content)).to_bytes(4, "big") + kind + content
+
+
+class Cost:
+    """What the cheapest of several runs took, in seconds, and the peak memory of one more, in MiB."""
+
+    def __init__(self):
+        self.wall = self.cpu = float("inf")
+        self.peak = 0.0
+
+    def add(self, wall, usage):
+        self.wall = min(self.wall, wall)
+        self.cpu = min(self.cpu, usage.ru_utime + usage.ru_stime)
+
+
+class Bench:
+    def __init__(self, options, work):
+        self.bin = options.bin
+        self.rounds = options.rounds
+        self.work = work
+        self.missed = []
+
+    def compare(self, prepare, *commands, rounds=None):
+        """Runs the commands in turn for a number of rounds; `prepare` runs ahead of each, untimed."""
+        costs = [Cost() for _ in commands]
+        for _ in range(rounds or self.rounds):
+            for command, cost in zip(commands, costs):
+                prepare()
+                began = time.perf_counter()
+                process = subprocess.Popen(
+                    [str(part) for part in command], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+                )
+                _, status, usage = os.wait4(process.pid, 0)
+                wall = time.perf_counter() - began
+                process.returncode = os.waitstatus_to_exitcode(status)
+                if process.returncode != 0:
+                    sys.exit(f"failed with {process.returncode}: {command}")
+                cost.add(wall, usage)
+        # A process starts with the peak of the one that forked it: `time` is small, this one is not.
+        for command, cost in zip(commands, costs):
+            prepare()
+            told = self.work / "peak"
+            subprocess.run(
+                ["/usr/bin/time", "-f", "%M", "-o", told, *command], stdout=subprocess.DEVNULL, check=True
+            )
+            cost.peak = int(told.read_text()) / 1024
+        return costs
+
+    def report(self, what, value, limit, unit="x"):
+        verdict = "" if limit is None else f"limit {limit:g} {unit}"
+        if limit is not None and value > limit:
+            self.missed.append(what)
+            verdict += "  MISSED"
+        print(f"  {what:<58} {value:9.2f} {unit:<4} {verdict}", flush=True)
+
+    def note(self, what, cost):
+        print(f"  {what:<58} {cost.wall:9.4f} s     cpu {cost.cpu:.4f} s, peak {cost.peak:.1f} MiB", flush=True)
+
+
+def sparse_movie(path, payload):
+    """A 4 GiB file that is mostly a hole, with the payload at its end."""
+    with open(path, "wb") as file:
+        file.write(box(b"ftyp", b"isom", bytes(4)))
+        file.write((1).to_bytes(4, "big") + b"mdat" + (4 << 30).to_bytes(8, "big"))
+        file.seek((4 << 30) + 16)
+        file.write(box(b"uuid", MAP_IDENTITY, payload))
+
+
+def small_read(bench):
+    """reading a 10 KiB payload out of a 4 GiB sparse file"""
+    movie, out = bench.work / "sparse.mp4", bench.work / "out.bin"
+    sparse_movie(movie, os.urandom(10240))
+    ours = [bench.bin / "Pellmor", "-kind:rmap", movie, out]
+    own, true = bench.compare(lambda: None, ours, ["/bin/true"], rounds=200)
+    bench.note("Pellmor -kind:rmap", own)
+    bench.note("/bin/true", true)
+    bench.report("time, beside /bin/true", own.wall / true.wall, 2)
+    exiftool = ["exiftool", "-q", "-api", "LargeFileSupport=1", "-U", "-b", "-UUID-Unknown", movie]
+    (other,) = bench.compare(lambda: None, exiftool, rounds=5)
+    bench.note("exiftool -b on the same file", other)
+    bench.report("exiftool, beside Pellmor", other.wall / own.wall, None)
+
+
+def large_payload(bench):
+    """writing and reading a 256 MiB payload"""
+    sample = HOME / "tests/data/sample.mp4"
+    side, movie, out, copy = (bench.work / name for name in ("side.bin", "big.mp4", "out.bin", "copy.bin"))
+    with open(side, "wb") as file:
+        for _ in range(256):
+            file.write(os.urandom(MIB))
+    copying = ["cp", side, copy]
+
+    def fresh():
+        for path in (out, copy):
+            path.unlink(missing_ok=True)
+
+    def fresh_movie():
+        fresh()
+        shutil.copy(sample, movie)
+
+    program = bench.bin / "Pellmor"
+    for what, prepare, command in (
+        ("writing", fresh_movie, [program, "-kind:wmap", movie, side]),
+        ("reading", fresh, [program, "-kind:rmap", movie, out]),
+    ):
+        own, plain = bench.compare(prepare, command, copying)
+        if what == "writing":
+            fresh_movie()
+            subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+        bench.note(f"Pellmor, {what}", own)
+        bench.note("cp of the payload", plain)
+        bench.report(f"{what}: time, beside cp", own.wall / plain.wall, 2)
+        bench.report(f"{what}: peak memory", own.peak, 1.1 * 256 + 16, "MiB")
+
+
+LINES = {"small-read": small_read, "large-payload": large_payload}
+
+
+def main():
+    arguments = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    arguments.add_argument("--bin", type=Path, default=HOME / "build/bin")
+    arguments.add_argument("--work", type=Path, help="where the inputs are made (default: a temporary folder)")
+    arguments.add_argument("--rounds", type=int, default=7)
+    arguments.add_argument("lines", nargs="*", metavar="LINE", help=", ".join(LINES))
+    options = arguments.parse_args()
+    unknown = [name for name in options.lines if name not in LINES]
+    if unknown:
+        arguments.error(f"no such line: {unknown[0]} (there are {', '.join(LINES)})")
+
+    missed = []
+    for name in options.lines or LINES:
+        print(f"{name}: {LINES[name].__doc__}", flush=True)
+        with tempfile.TemporaryDirectory(dir=options.work) as folder:
+            bench = Bench(options, Path(folder))
+            LINES[name](bench)
+            missed += bench.missed
+    print(f"{len(missed)} limits missed" if missed else "all limits met")
+    return bool(missed)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
