@@ -10,5 +10,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/PellmorConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/PellmorConfig.cmake ${PROJECT_BINARY_DIR}/PellmorConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Pellmor)
 
+# Relative to the file itself, so that it is right under any prefix given at install time.
+file(RELATIVE_PATH PELLMOR_PREFIX_FROM_PKGCONFIG
+  /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/pellmor.pc.in ${PROJECT_BINARY_DIR}/pellmor.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/pellmor.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
