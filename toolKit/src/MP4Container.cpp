@@ -32,7 +32,7 @@ Tail walkToTail(Brisa::FileIO& file) {
         view.seek_set(last.offset);
         tail.openEnded = view.read32() == 0;
     }
-    tail.known = !view.readFailed;
+    tail.known = !view.failed();
     return tail;
 }
 
@@ -58,7 +58,7 @@ bool Container::attach(const std::wstring& path_, unsigned long long limit) {
         BinFile view(file);
         view.keepContents = keepContents;
         parse(view, limit);
-        attached = !view.readFailed;
+        attached = !view.failed();
         if (!attached) {
             Console::err(L"MP4: reading %ls failed.\n", path.c_str());
             forgetTree();

@@ -109,20 +109,8 @@ BinFile::~BinFile() {
 }
 
 void BinFile::readBytes(void* destination, uint64_t count) {
-    if (!fits(count)) {
-        return;
-    }
-    auto* const bytes = static_cast<uint8_t*>(destination);
-    for (uint64_t total = 0; total < count;) {
-        const uint64_t got = read(bytes + total, count - total);
-        if (got == ~uint64_t{0}) {
-            readFailed = true;
-            return;
-        }
-        if (got == 0) {
-            return;
-        }
-        total += got;
+    if (fits(count)) {
+        readAll(destination, count);
     }
 }
 

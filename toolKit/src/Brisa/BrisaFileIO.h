@@ -43,6 +43,8 @@ public:
     [[nodiscard]] bool isOpen() const { return descriptor != 0; }
     /// The file's size; 0 when not open or when the system cannot tell.
     [[nodiscard]] uint64_t length() const;
+    /// Whether the system has failed to serve this handle so far: what was read may be incomplete.
+    [[nodiscard]] bool failed() const { return faulty; }
     /// The offset as this handle knows it: advanced by its reads and writes, set by its seeks.
     [[nodiscard]] uint64_t position() const { return offset; }
 
@@ -76,6 +78,8 @@ public:
     static bool exist(const std::wstring& path);
 
 protected:
+    bool seek(int64_t distance, int whence, const wchar_t* failure);
+
     /// A second handle on the same descriptor, with the same position.
     FileIO(const FileIO&) = default;
 
@@ -83,6 +87,7 @@ protected:
     const std::wstring& path;
     int mode;
     uint64_t offset = 0;
+    mutable bool faulty = false;
 };
 
 /// Asks the system for large pages under a block of memory that is about to be filled from a file:
@@ -125,8 +130,6 @@ public:
 
     /// Whether parsers keep the payloads of `uuid` boxes and the entries of sample tables.
     bool keepContents = true;
-    /// Set when the system failed to read; what was parsed since then may be incomplete.
-    bool readFailed = false;
 
     /// Big-endian numbers; 0 when they do not fit before the limit.
     uint8_t read8();

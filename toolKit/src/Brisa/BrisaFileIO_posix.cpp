@@ -76,7 +76,8 @@ FileIO::~FileIO() {
 
 uint64_t FileIO::length() const {
     struct stat status {};
-    return isOpen() && ::fstat(descriptor, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+    faulty = faulty || ::fstat(descriptor, &status) != 0;
+    return isOpen() ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 uint64_t FileIO::read(void* buffer, uint64_t count) {
@@ -84,6 +85,7 @@ uint64_t FileIO::read(void* buffer, uint64_t count) {
         return ~uint64_t{0};
     }
     const uint64_t got = uninterrupted([&] { return ::read(descriptor, buffer, count); });
+    faulty = faulty || got == ~uint64_t{0};
     offset += got == ~uint64_t{0} ? 0 : got;
     return got;
 }
@@ -93,34 +95,29 @@ uint64_t FileIO::write(const void* buffer, uint64_t count) {
         return ~uint64_t{0};
     }
     const uint64_t written = uninterrupted([&] { return ::write(descriptor, buffer, count); });
+    faulty = faulty || written == ~uint64_t{0};
     offset += written == ~uint64_t{0} ? 0 : written;
     return written;
 }
 
 bool FileIO::seek_set(uint64_t position) {
-    if (!isOpen()) {
-        return false;
-    }
-    const off_t reached = ::lseek(descriptor, static_cast<off_t>(position), SEEK_SET);
-    if (reached == -1) {
-        const int error = errno;
-        Console::out(L"seek_set(%lld) failed - %ls(%d)\n", static_cast<long long>(position),
-                     wchar::mbs2wcs(std::strerror(error)).c_str(), error);
-        return false;
-    }
-    offset = static_cast<uint64_t>(reached);
-    return true;
+    return seek(static_cast<off_t>(position), SEEK_SET, L"seek_set(%lld) failed - %ls(%d)\n");
 }
 
 bool FileIO::seek_cur(int64_t distance) {
+    return seek(distance, SEEK_CUR, L"seek_cur(%lld) failed - %ls(%d)\n");
+}
+
+bool FileIO::seek(int64_t distance, int whence, const wchar_t* failure) {
     if (!isOpen()) {
         return false;
     }
-    const off_t reached = ::lseek(descriptor, distance, SEEK_CUR);
+    const off_t reached = ::lseek(descriptor, distance, whence);
     if (reached == -1) {
         const int error = errno;
-        Console::out(L"seek_cur(%lld) failed - %ls(%d)\n", static_cast<long long>(distance),
-                     wchar::mbs2wcs(std::strerror(error)).c_str(), error);
+        faulty = true;
+        Console::out(failure, static_cast<long long>(distance), wchar::mbs2wcs(std::strerror(error)).c_str(),
+                     error);
         return false;
     }
     offset = static_cast<uint64_t>(reached);
