@@ -1,5 +1,7 @@
 // Box headers, nesting, search and dump.
 
+#include <sstream>
+
 #include <gtest/gtest.h>
 
 #include "MP4Box.h"
@@ -42,10 +44,52 @@ class Dump : public testing::TestWithParam<DumpCase> {};
 
 constexpr uint32_t created = 3'600'000'000;
 
+constexpr const char* stblPath = "moov.trak.mdia.minf.stbl";
+
+/// A movie whose only track has nothing but these tables, from offset 40 on.
+Bytes sampleTable(Parts tables) {
+    return box("moov", {box("trak", {box("mdia", {box("minf", {box("stbl", tables)})})})});
+}
+
+/// A movie with nothing but these user data, from offset 16 on.
+Bytes userData(Parts boxes) {
+    return box("moov", {box("udta", boxes)});
+}
+
+Bytes locationText(const Bytes& position) {
+    return box("\xA9xyz", {u16(static_cast<uint16_t>(position.size())), u16(0x15C7), position});
+}
+
+Bytes handler(const Bytes& name) {
+    return fullBox("hdlr", 0, {zeros(4), text("mdir"), zeros(12), name});
+}
+
+/// As DumpCase, with the lines of the boxes inside the innermost one of `path` only.
+struct InnerDumpCase {
+    std::string name;
+    const char* path;
+    Bytes content;
+    std::string lines; ///< without indentation
+};
+
+class InnerDump : public testing::TestWithParam<InnerDumpCase> {};
+
 } // namespace
 
 TEST_P(Dump, ShowsWhatTheBytesMean) {
     EXPECT_EQ(Parsed(GetParam().content).lines(), GetParam().lines);
+}
+
+TEST_P(InnerDump, ShowsWhatTheBytesMean) {
+    Parsed file(GetParam().content);
+    const auto& around = static_cast<MP4::NestedBox&>(*file->root->first(GetParam().path));
+    const std::string printedLines = printed([&] { around.dump(); }).out;
+    std::istringstream lines(printedLines.substr(printedLines.find('\n') + 1));
+    std::string found;
+    for (std::string line; std::getline(lines, line);) {
+        found += line.substr(line.find('<')) + '\n';
+    }
+    EXPECT_EQ(found, GetParam().lines);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -136,6 +180,113 @@ INSTANTIATE_TEST_SUITE_P(
                  "MP4: <'uuid': start=0 bytes=13 uuid=00000000-0000-0000-0000-000000000000 >\n"
                  "MP4: <'free': start=13 bytes=8 >\n"}),
     nameOf<DumpCase>);
+
+INSTANTIATE_TEST_SUITE_P(
+    SampleTables, InnerDump,
+    testing::Values(
+        InnerDumpCase{
+            "ConstantSize", stblPath, sampleTable({fullBox("stsz", 0, {u32(1000), u32(5'000'000)})}),
+            "<'stsz': start=40 bytes=20 sampleSize=1000 sample_count=5000000 sample_total=5000000000 >\n"},
+        InnerDumpCase{"ListedSizes", stblPath,
+                      sampleTable({fullBox("stsz", 0, {u32(0), u32(3), u32(3), u32(5), u32(7)})}),
+                      "<'stsz': start=40 bytes=32 sampleSize=0 sample_count=3 sample_total=15 >\n"},
+        InnerDumpCase{"ChunkOffsets", stblPath, sampleTable({stco({1, 2}), co64({3})}),
+                      "<'stco': start=40 bytes=24 indexes=2 >\n<'co64': start=64 bytes=24 indexes=1 >\n"},
+        InnerDumpCase{
+            "SampleEntries", stblPath,
+            sampleTable({fullBox("stsd", 0,
+                                 {u32(7), // the loop runs over the bytes, not over the count
+                                  box("sowt", {zeros(7), u8(1), zeros(8), u16(4), u16(16), zeros(4),
+                                               u16(48000), u16(0), box("chan")}),
+                                  box("avc1", {zeros(78), box("pasp")}), box("avc1", {box("pasp")})})}),
+            "<'stsd': start=40 bytes=170 children=3 >\n"
+            "<'sowt': start=56 bytes=44 data_reference_index=1 channel_count=4 sample_size=16 "
+            "pre_defined=0 samplelate=bb80>\n"
+            "<'chan': start=92 bytes=8 >\n"
+            "<'avc1': start=100 bytes=94 children=1 >\n"
+            "<'pasp': start=186 bytes=8 >\n"
+            "<'avc1': start=194 bytes=16 children=1 >\n"
+            "<'pasp': start=202 bytes=8 >\n"}),
+    nameOf<InnerDumpCase>);
+
+INSTANTIATE_TEST_SUITE_P(
+    Metadata, InnerDump,
+    testing::Values(
+        InnerDumpCase{"LocationText", "moov.udta", userData({locationText("+35.6895+139.6917/")}),
+                      "<'': start=16 bytes=30 xyz=+35.6895+139.6917/ 15c7 >\n"},
+        InnerDumpCase{"LongLocationText", "moov.udta", userData({locationText(Bytes(600, 'x'))}),
+                      "<'': start=16 bytes=612 xyz=" + std::string(512, 'x') + " 15c7 >\n"},
+        InnerDumpCase{"LocationTextTooShort", "moov.udta", userData({box("\xA9xyz", {u16(9)})}),
+                      "<'': start=16 bytes=10 xyz= 0000 >\n"},
+        InnerDumpCase{"LocationTextRunsPastTheFile", "moov.udta",
+                      userData({withSize(locationText("+35"), 60)}),
+                      "<'': start=16 bytes=60 xyz=+35 15c7 >\n"},
+        InnerDumpCase{
+            "Location", "moov.udta",
+            userData({fullBox("loci", 0, {zeros(4), u32(0x008B0000), u32(0xFFDC8000), u32(0x000C8000)})}),
+            "<'loci': start=16 bytes=28 loci=139.000000 -35.500000 12.500000 >\n"},
+        InnerDumpCase{"LocationWithoutAltitude", "moov.udta",
+                      userData({fullBox("loci", 0, {zeros(4), u32(0x10000), u32(0x20000)})}),
+                      "<'loci': start=16 bytes=24 loci=1.000000 2.000000 0.000000 >\n"},
+        InnerDumpCase{"LookAlikesArePlain", "moov.udta",
+                      userData({box("@xyz", {text("+1+2/")}), fullBox("meta", 0, {handler("n")})}),
+                      "<'@xyz': start=16 bytes=13 >\n<'meta': start=29 bytes=45 >\n"},
+        InnerDumpCase{"Handler", "meta", fullBox("meta", 0, {handler("thirteen chrs")}),
+                      "<'hdlr': start=12 bytes=45 handler=mdir name=thirteen chrs(13) >\n"},
+        InnerDumpCase{"HandlerWithEmptyName", "meta", fullBox("meta", 0, {handler(zeros(1))}),
+                      "<'hdlr': start=12 bytes=33 handler=mdir name=(1) >\n"},
+        InnerDumpCase{"HandlerTooShort", "meta", fullBox("meta", 0, {box("hdlr", {zeros(8), text("mdir")})}),
+                      "<'hdlr': start=12 bytes=20 handler= name=(0) >\n"},
+        InnerDumpCase{"HandlerRunsPastTheFile", "meta", fullBox("meta", 0, {withSize(handler("name"), 100)}),
+                      "<'hdlr': start=12 bytes=100 handler=mdir name=name(68) >\n"}),
+    nameOf<InnerDumpCase>);
+
+TEST(Metadata, IsZerosWhereTheLimitCutsIt) {
+    Parsed file(cat({userData({locationText("+35.6895+139.6917/")}), fullBox("meta", 0, {handler("name")})}),
+                40);
+    EXPECT_EQ(static_cast<MP4::XYZ*>(file->root->first("moov.udta.\xA9xyz"))->text, zeros(18));
+}
+
+TEST(SampleTables, BelieveACountOnlyAsFarAsMemoryStaysInProportion) {
+    struct Case {
+        const char* name;
+        uint32_t stored; ///< the count in the file; the box holds two entries
+        size_t entries;
+    };
+    for (const auto& [name, stored, entries] :
+         {Case{"less than there is", 1, 1}, Case{"what is there", 2, 2}, Case{"a few short", 4, 4},
+          Case{"all that a number can say", ~0U, 2}}) {
+        Parsed file(
+            sampleTable({fullBox("stts", 0, {u32(stored), u32(1), u32(2), u32(3), u32(4)}),
+                         fullBox("stsc", 0, {u32(stored), u32(1), u32(2), u32(3), u32(4), u32(5), u32(6)}),
+                         fullBox("stsz", 0, {u32(0), u32(stored), u32(5), u32(6)})}));
+        const auto at = [&](const char* box) {
+            return file->root->first((std::string(stblPath) + '.' + box).c_str());
+        };
+        const auto& stts = static_cast<MP4::STTS&>(*at("stts"));
+        const auto& stsc = static_cast<MP4::STSC&>(*at("stsc"));
+        const auto& stsz = static_cast<MP4::STSZ&>(*at("stsz"));
+        ASSERT_EQ(stts.entries.size(), entries) << name;
+        ASSERT_EQ(stsc.entries.size(), entries) << name;
+        ASSERT_EQ(stsz.entries.size(), entries) << name;
+        EXPECT_EQ(stts.entryCount + stsc.entryCount + stsz.sample_count, 3 * entries) << name;
+        EXPECT_EQ(stts.entries.front().sample_delta, 2U) << name;
+        EXPECT_EQ(stsc.entries.front().sample_description_index, 3U) << name;
+        EXPECT_EQ(stsz.sample_total, entries == 1 ? 5U : 11U) << name;
+        EXPECT_EQ(stts.entries.back().sample_count, entries == 1 ? 1U : entries == 2 ? 3U : 0U) << name;
+    }
+}
+
+TEST(SampleTables, KnowWhereTheirEntriesLie) {
+    Parsed file(cat(
+        {box("free", {zeros(960)}), sampleTable({stco({9}), largeBox("stco", {zeros(4), u32(1), u32(9)})})}));
+    std::vector<uint64_t> tables;
+    file->find("moov.trak.mdia.minf.stbl.stco", [&](MP4::BOX& table) {
+        tables.push_back(static_cast<MP4::STCO&>(table).tableOffset);
+        return true;
+    });
+    EXPECT_EQ(tables, (std::vector<uint64_t>{968 + 40 + 16, 968 + 40 + 20 + 24}));
+}
 
 TEST(Dump, BeginsWithTheRootAndHonoursTheLimit) {
     const Bytes content = cat({box("ftyp", {zeros(16)}), box("free"), box("mdat", {zeros(960)})});
