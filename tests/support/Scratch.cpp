@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace test {
@@ -58,7 +59,9 @@ public:
     [[nodiscard]] std::string text() const {
         std::fflush(stream);
         const int file = fileno(stream);
-        std::string bytes(static_cast<size_t>(::lseek(file, 0, SEEK_END)), '\0');
+        struct stat status {};
+        ::fstat(file, &status);
+        std::string bytes(static_cast<size_t>(status.st_size), '\0');
         bytes.resize(static_cast<size_t>(::pread(file, bytes.data(), bytes.size(), 0)));
         return bytes;
     }

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "MP4Box.h"
+
+// What an edit of a file's structure is made of; for the container sources only.
+
+namespace MP4 {
+
+/// Which stretches of a file move in a rewrite, and how far.
+class Moves {
+public:
+    static constexpr uint64_t toTheEnd = std::numeric_limits<uint64_t>::max();
+
+    /// The bytes of the old file from `from` up to `to` lie `by` bytes further in the new one.
+    void add(uint64_t from, uint64_t to, long long by) { stretches.push_back({from, to, by}); }
+    /// How far the byte at `offset` of the old file moves.
+    [[nodiscard]] long long at(uint64_t offset) const;
+
+    /// Every byte by the same distance.
+    static Moves everything(long long by);
+
+private:
+    struct Stretch {
+        uint64_t from;
+        uint64_t to;
+        long long by;
+    };
+    std::vector<Stretch> stretches;
+};
+
+/// Bytes put into a file, or in the place of others.
+struct Insertion {
+    uint64_t at;                         ///< offset in the old file
+    uint64_t removed;                    ///< bytes of the old file that give way
+    uint64_t size;                       ///< bytes that come in
+    BOX* grown;                          ///< the innermost box whose content changes
+    std::function<bool(BinFile&)> write; ///< writes exactly `size` bytes, or fails
+
+    [[nodiscard]] long long change() const { return static_cast<long long>(size - removed); }
+};
+
+/// `bytes` as a new last child of `parent`. They must live until the edit is done.
+Insertion asLastChild(NestedBox& parent, const ByteArray& bytes);
+/// `bytes` in the place of `child`. They must live until the edit is done.
+Insertion inPlaceOf(BOX& child, const ByteArray& bytes);
+
+/// A box whose size changes.
+struct Resizing {
+    const BOX* box;
+    uint64_t offset; ///< where the box lies in the file to be patched
+    long long change;
+};
+
+/// Writes the new sizes into the file. False, with a line on standard error and nothing written, when
+/// a field cannot hold its new size.
+bool resize(BinFile& file, const std::vector<Resizing>& boxes);
+
+/// Copies the bytes of `source` from `from` up to `to`; whether all of them were copied.
+bool copyStretch(BinFile& source, BinFile& destination, uint64_t from, uint64_t to);
+
+/// The chunk-offset tables of one or more tracks.
+class ChunkOffsets {
+public:
+    /// Those of the sample tables at `path` below `top`.
+    ChunkOffsets(const NestedBox& top, const std::string& path);
+
+    [[nodiscard]] bool empty() const { return narrow.empty() && wide.empty(); }
+    /// Moves every entry, in the file, along with the bytes that it points to. False, with a line on
+    /// standard error and nothing written, when one of them would leave the range of its field.
+    [[nodiscard]] bool shift(BinFile& file, const Moves& moves) const;
+
+private:
+    std::vector<const STCO*> narrow;
+    std::vector<const STCO*> wide;
+};
+
+} // namespace MP4

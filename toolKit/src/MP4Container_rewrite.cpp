@@ -1,0 +1,300 @@
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "Brisa/BrisaConsole.h"
+#include "MP4Container.h"
+#include "MP4Container_edit.h"
+
+namespace MP4 {
+
+namespace {
+
+using Brisa::Console;
+using Brisa::FileIO;
+
+constexpr const wchar_t* temporarySuffix = L".tmp.mp4";
+
+/// A file under construction: gone with the object unless it was kept.
+class NewFile {
+public:
+    explicit NewFile(std::wstring path_) : path(std::move(path_)) {}
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile() {
+        if (exists) {
+            FileIO::unlink(path);
+        }
+    }
+
+    bool write(const std::function<bool(BinFile&)>& content) {
+        bool written = false;
+        FileIO::open_w(path, [&](FileIO& file) {
+            exists = true;
+            BinFile view(file);
+            written = content(view);
+        });
+        return written;
+    }
+
+    /// Takes the place of the file at `old`, with the permissions of the one that is open there.
+    bool replace(const FileIO& oldFile, const std::wstring& old) {
+        bool settled = false;
+        FileIO::open_a(path,
+                       [&](const FileIO& file) { settled = file.adoptPermissions(oldFile) && file.sync(); });
+        if (!settled || !FileIO::rename(path, old)) {
+            Console::err(L"MP4: %ls cannot take the place of %ls.\n", path.c_str(), old.c_str());
+            return false;
+        }
+        keep();
+        return true;
+    }
+
+    void keep() { exists = false; }
+
+    const std::wstring path;
+
+private:
+    bool exists = false;
+};
+
+/// Whether the system gets to see the whole path. A longer one is cut, and would name another file.
+bool reachesTheSystem(const std::wstring& path) {
+    return Brisa::wchar::mbs2wcs(Brisa::wchar::wcs2mbs(path)) == path;
+}
+
+bool patch(Container& written, const std::function<bool(Container&, BinFile&)>& step) {
+    bool patched = false;
+    written.open_a([&](FileIO& file) {
+        BinFile view(file);
+        patched = step(written, view);
+    });
+    return patched;
+}
+
+std::function<bool(BinFile&)> writerOf(const ByteArray& bytes) {
+    return [&bytes](BinFile& file) { return file.writeAll(bytes.data(), bytes.size()) == bytes.size(); };
+}
+
+bool copyAround(const std::vector<Insertion>& insertions, BinFile& source, BinFile& destination,
+                unsigned long long& insertionOffset) {
+    uint64_t copied = 0;
+    for (const Insertion& insertion : insertions) {
+        if (!copyStretch(source, destination, copied, insertion.at)) {
+            return false;
+        }
+        insertionOffset = destination.position();
+        if (!insertion.write(destination)) {
+            return false;
+        }
+        copied = insertion.at + insertion.removed;
+    }
+    return copyStretch(source, destination, copied, source.length());
+}
+
+Moves movesOf(const std::vector<Insertion>& insertions) {
+    Moves moves;
+    long long by = 0;
+    for (auto insertion = insertions.begin(); insertion != insertions.end(); ++insertion) {
+        const auto next = std::next(insertion);
+        by += insertion->change();
+        moves.add(insertion->at + insertion->removed, next == insertions.end() ? Moves::toTheEnd : next->at,
+                  by);
+    }
+    return moves;
+}
+
+/// Whether the place of the insertion lies in its box, that box in the one around it, and so on.
+bool liesWithin(const Insertion& insertion, uint64_t length) {
+    uint64_t from = insertion.at;
+    uint64_t to = insertion.at + insertion.removed;
+    for (const BOX* around = insertion.grown; around != nullptr; around = around->parent) {
+        if (from < around->offset + around->headerSize() || to > around->end()) {
+            return false;
+        }
+        from = around->offset;
+        to = around->end();
+    }
+    return to <= length;
+}
+
+} // namespace
+
+Insertion asLastChild(NestedBox& parent, const ByteArray& bytes) {
+    // Not always the end of the parent: what may follow the last child (QuickTime closes user data
+    // with four zero bytes) would hide anything that comes behind it.
+    const uint64_t at =
+        parent.children.empty() ? parent.offset + parent.headerSize() : parent.children.back()->end();
+    return {.at = at, .removed = 0, .size = bytes.size(), .grown = &parent, .write = writerOf(bytes)};
+}
+
+Insertion inPlaceOf(BOX& child, const ByteArray& bytes) {
+    return {.at = child.offset,
+            .removed = child.boxSize,
+            .size = bytes.size(),
+            .grown = child.parent,
+            .write = writerOf(bytes)};
+}
+
+bool resize(BinFile& file, const std::vector<Resizing>& boxes) {
+    std::vector<uint64_t> sizes;
+    for (const auto& [box, offset, change] : boxes) {
+        uint64_t size;
+        if (__builtin_add_overflow(box->boxSize, change, &size) || (!box->largeSize && size > UINT32_MAX)) {
+            Console::err(L"MP4: the size of %ls, changed by %lld, does not fit %u bits.\n",
+                         box->basicTag().c_str(), change, box->largeSize ? 64U : 32U);
+            return false;
+        }
+        sizes.push_back(size);
+    }
+    bool written = true;
+    for (size_t i = 0; i < boxes.size() && written; ++i) {
+        BOX header(*boxes[i].box, nullptr);
+        header.offset = boxes[i].offset;
+        written = header.size(file, sizes[i]);
+    }
+    return written;
+}
+
+bool copyStretch(BinFile& source, BinFile& destination, uint64_t from, uint64_t to) {
+    return from <= to && source.seek_set(from) && source.copyTo(destination, to - from) == to - from;
+}
+
+std::wstring Container::newFilePath() const {
+    return outputPath != nullptr ? outputPath : path + temporarySuffix;
+}
+
+bool Container::rewriteFailed(const wchar_t* operation) const {
+    Console::out(L"Container::modifyContainer::%ls(%ls to %ls) failed.\n", operation, path.c_str(),
+                 newFilePath().c_str());
+    return false;
+}
+
+bool Container::modifyContainer(const wchar_t* operation, std::function<bool(BinFile&)> edit) {
+    bool modified = false;
+    open_a([&](FileIO& file) {
+        BinFile view(file);
+        modified = edit(view);
+    });
+    if (!modified) {
+        Console::out(L"Container::modifyContainer::%ls(%ls) failed.\n", operation, path.c_str());
+    }
+    attach(path);
+    return modified;
+}
+
+bool Container::modifyContainer(const wchar_t* operation,
+                                std::function<bool(BinFile&, BinFile&, unsigned long long&)> copy,
+                                std::function<bool(Container&, BinFile&)> first,
+                                std::function<bool(Container&, BinFile&)> second) {
+    NewFile newFile(newFilePath());
+    bool rewritten = false;
+    open([&](FileIO& file) {
+        if (file.isFileAt(newFile.path) || (outputPath == nullptr && !reachesTheSystem(newFile.path))) {
+            Console::err(L"MP4: %ls is no name for a file beside the one that it is made from.\n",
+                         newFile.path.c_str());
+            return;
+        }
+        BinFile source(file);
+        unsigned long long insertionOffset = 0;
+        Container written;
+        written.keepContents = false;
+        rewritten =
+            newFile.write([&](BinFile& destination) { return copy(source, destination, insertionOffset); }) &&
+            written.attach(newFile.path, insertionOffset) && patch(written, first) &&
+            written.attach(newFile.path) && patch(written, second) &&
+            (outputPath != nullptr || newFile.replace(file, path));
+    });
+    if (!rewritten) {
+        rewriteFailed(operation);
+    } else if (outputPath != nullptr) {
+        newFile.keep();
+        path = newFile.path;
+        outputPath = nullptr;
+    }
+    attach(path);
+    return rewritten;
+}
+
+bool Container::insertBox(const wchar_t* operation, BOX& box, bool replace,
+                          std::function<bool(BinFile&)> write,
+                          std::function<bool(Container&, BinFile&)> first,
+                          std::function<bool(Container&, BinFile&)> second) {
+    const std::vector<Insertion> insertions{{.at = replace ? box.offset : box.end(),
+                                             .removed = replace ? box.boxSize : 0,
+                                             .size = 0, // known to `write` and the steps alone
+                                             .grown = nullptr,
+                                             .write = std::move(write)}};
+    return modifyContainer(
+        operation,
+        [&](BinFile& source, BinFile& destination, unsigned long long& insertionOffset) {
+            return copyAround(insertions, source, destination, insertionOffset);
+        },
+        std::move(first), std::move(second));
+}
+
+bool Container::modifyBoxSize(BinFile& file, BOX& box, long long change) {
+    std::vector<Resizing> boxes;
+    for (const BOX* around = &box; around != nullptr && around != root.get(); around = around->parent) {
+        boxes.push_back({around, around->offset, change});
+    }
+    return resize(file, boxes);
+}
+
+bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& insertions) {
+    const Moves moves = movesOf(insertions);
+    std::map<const BOX*, long long> changes;
+    bool sound = mayMove(moves);
+    for (const Insertion& insertion : insertions) {
+        if (sound && !liesWithin(insertion, root->boxSize)) {
+            Console::err(L"MP4: %ls: the boxes to be changed do not lie within one another.\n", path.c_str());
+            sound = false;
+        }
+        for (const BOX* box = insertion.grown; box != nullptr; box = box->parent) {
+            changes[box] += insertion.change();
+        }
+    }
+    if (!sound) {
+        return rewriteFailed(operation);
+    }
+    std::vector<Resizing> boxes;
+    for (const auto& [box, change] : changes) {
+        boxes.push_back({box, box->offset + static_cast<uint64_t>(moves.at(box->offset)), change});
+    }
+    return modifyContainer(
+        operation,
+        [&](BinFile& source, BinFile& destination, unsigned long long& insertionOffset) {
+            return copyAround(insertions, source, destination, insertionOffset);
+        },
+        [&](Container&, BinFile& file) { return resize(file, boxes); },
+        [&](Container& written, BinFile& file) {
+            return correctOffsets(written, file, moves, mediaMovesAsOne(moves));
+        });
+}
+
+bool Container::mayMove(const Moves& moves) const {
+    uint64_t length = 0;
+    open([&length](const FileIO& file) { length = file.length(); });
+    if (length != root->boxSize) {
+        Console::err(L"MP4: %ls is not as long as it was when it was parsed.\n", path.c_str());
+        return false;
+    }
+    bool fragmented = false;
+    for (const auto& box : root->children) {
+        fragmented = fragmented || box->tag == fourcc("moof");
+        const bool holdsFragment = box->tag == fourcc("moof") || box->tag == fourcc("mdat");
+        if (fragmented && holdsFragment && moves.at(box->offset) != 0) {
+            Console::err(L"MP4: %ls has movie fragments, which must stay where they are.\n", path.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Container::mediaMovesAsOne(const Moves& moves) const {
+    return std::all_of(root->children.begin(), root->children.end(), [&](const auto& box) {
+        return box->tag != fourcc("mdat") || moves.at(box->offset) == moves.at(mdat->offset);
+    });
+}
+
+} // namespace MP4
