@@ -1,6 +1,7 @@
 """Real recordings, made by ffmpeg once a run, and the programs under test."""
 
 import hashlib
+import json
 import os
 import resource
 import shutil
@@ -27,6 +28,29 @@ def stream_hashes(path):
     result = run("ffmpeg", "-v", "error", "-i", path, "-map", "0", "-f", "streamhash", "-")
     assert result.returncode == 0 and not result.stderr, result.stderr.decode()
     return result.stdout
+
+
+def packets(path):
+    """The checksum, size and time of every packet of every stream."""
+    result = run("ffmpeg", "-v", "error", "-i", path, "-map", "0", "-c", "copy", "-f", "framemd5", "-")
+    assert result.returncode == 0 and not result.stderr, result.stderr.decode()
+    return result.stdout
+
+
+def probe(path):
+    """What ffprobe reads of the streams and of the file, without the file's name and size."""
+    result = run("ffprobe", "-v", "error", "-show_streams", "-show_format", "-of", "json", path)
+    assert result.returncode == 0 and not result.stderr, result.stderr.decode()
+    report = json.loads(result.stdout)
+    for key in ("filename", "size", "bit_rate"):
+        report["format"].pop(key)
+    return report
+
+
+def edit(*arguments, **options):
+    """Runs pellmor-edit; it must succeed and print nothing."""
+    result = run(BIN / "pellmor-edit", *arguments, **options)
+    assert (result.returncode, result.stdout, result.stderr) == (0, b"", b"")
 
 
 def sha(path):
@@ -59,6 +83,12 @@ class Recordings:
 
     def moov_first(self):
         return self.make("moov_first", "-movflags", "+faststart")
+
+    def fragmented(self):
+        return self.make("fragmented", "-movflags", "+frag_keyframe+empty_moov", "-g", "10")
+
+    def quicktime(self):
+        return self.make("quicktime", "-c:a", "pcm_s16le", suffix=".mov")
 
 
 @pytest.fixture(scope="session")
