@@ -4,12 +4,13 @@
     bench/run.py [--bin DIR] [--work DIR] [--rounds N] [LINE ...]
 
 Makes its own inputs in the work folder (several GiB of room, best on a local disk) and removes them
-afterwards. It needs Debian's time and libimage-exiftool-perl. Each line runs its commands in turn, round after round, and compares the fastest round of
+afterwards. It needs Debian's ffmpeg, libimage-exiftool-perl and time. Each line runs its commands in turn, round after round, and compares the fastest round of
 each: whole processes, wall-clock time unless the line says CPU. Exit status 1 means that a limit of
 the project was missed.
 """
 
 import argparse
+import array
 import os
 import shutil
 import subprocess
@@ -93,6 +94,76 @@ def sparse_movie(path, payload):
         file.write(box(b"uuid", MAP_IDENTITY, payload))
 
 
+def full(kind, *body):
+    """A box with version and flags of 0."""
+    return box(kind, bytes(4), *body)
+
+
+def numbers(width, values):
+    """A table: the count and the values, big-endian."""
+    entries = array.array({4: "I", 8: "Q"}[width], values)
+    count = len(entries)
+    entries.byteswap()
+    return count.to_bytes(4, "big") + entries.tobytes()
+
+
+def rows(width, values):
+    """A table of rows of `width` 32-bit numbers."""
+    table = numbers(4, values)
+    return (len(values) // width).to_bytes(4, "big") + table[4:]
+
+
+def movie_box(sizes, chunks, wide=False, times=None, runs=None):
+    """A `moov` with one video track: sample sizes, chunk offsets, and as many samples in each chunk."""
+    samples = len(sizes)
+    entry = box(b"jpeg", bytes(6), (1).to_bytes(2, "big"), bytes(16), (16).to_bytes(2, "big") * 2, bytes(50))
+    tables = [
+        full(b"stsd", (1).to_bytes(4, "big"), entry),
+        full(b"stts", times or rows(2, [samples, 1])),
+        full(b"stsc", runs or rows(3, [1, max(1, samples // len(chunks)), 1])),
+        full(b"stsz", bytes(4), numbers(4, sizes)),
+        full(b"co64", numbers(8, chunks)) if wide else full(b"stco", numbers(4, chunks)),
+    ]
+    word = lambda value: value.to_bytes(4, "big")
+    matrix = b"".join(map(word, [1 << 16, 0, 0, 0, 1 << 16, 0, 0, 0, 1 << 30]))
+    return box(
+        b"moov",
+        full(b"mvhd", bytes(8), word(1000), word(samples), word(1 << 16), bytes(12), matrix, bytes(24), word(2)),
+        box(
+            b"trak",
+            box(b"tkhd", word(3), bytes(8), word(1), bytes(4), word(samples), bytes(16), matrix, word(16 << 16) * 2),
+            box(
+                b"mdia",
+                full(b"mdhd", bytes(8), word(1000), word(samples), bytes(4)),
+                full(b"hdlr", bytes(4), b"vide", bytes(13)),
+                box(
+                    b"minf",
+                    box(b"vmhd", word(1), bytes(8)),
+                    box(b"dinf", full(b"dref", word(1), box(b"url ", word(1)))),
+                    box(b"stbl", *tables),
+                ),
+            ),
+        ),
+    )
+
+
+def movie(path, samples, media=1 << 30):
+    """A movie with `media` bytes of media data in front of its `moov`."""
+    size = media // samples
+    header = box(b"ftyp", b"isom", bytes(4))
+    start = len(header) + 16
+    in_chunk = max(1, min(100, samples // 1000))
+    block = os.urandom(MIB)
+    with open(path, "wb") as file:
+        file.write(header + (1).to_bytes(4, "big") + b"mdat" + (16 + media).to_bytes(8, "big"))
+        for _ in range(media // MIB):
+            file.write(block)
+        # Sizes differ, so that the table lists them; every two samples take the room of two.
+        sizes = [size - 1, size + 1] * (samples // 2)
+        chunks = range(start, start + size * samples, size * in_chunk)
+        file.write(movie_box(sizes, chunks))
+
+
 def small_read(bench):
     """reading a 10 KiB payload out of a 4 GiB sparse file"""
     movie, out = bench.work / "sparse.mp4", bench.work / "out.bin"
@@ -140,7 +211,73 @@ def large_payload(bench):
         bench.report(f"{what}: peak memory", own.peak, 1.1 * 256 + 16, "MiB")
 
 
-LINES = {"small-read": small_read, "large-payload": large_payload}
+def moov_first(bench, samples):
+    original, out = bench.work / "movie.mp4", bench.work / "out.mp4"
+    movie(original, samples)
+    print(f"  {samples} samples, {original.stat().st_size - (1 << 30)} bytes around the media data")
+    fresh = lambda: out.unlink(missing_ok=True)
+    own, plain, other = bench.compare(
+        fresh,
+        [bench.bin / "pellmor-edit", "moov-first", original, "-o", out],
+        ["cp", original, out],
+        ["qt-faststart", original, out],
+    )
+    copy = ["ffmpeg", "-v", "quiet", "-y", "-i", original, "-map", "0", "-c", "copy", "-movflags", "+faststart", out]
+    (remuxed,) = bench.compare(fresh, copy, rounds=1)
+    bench.note("pellmor-edit moov-first -o", own)
+    bench.note("cp", plain)
+    bench.note("qt-faststart", other)
+    bench.note("ffmpeg -c copy -movflags +faststart", remuxed)
+    bench.report("time, beside cp", own.wall / plain.wall, 1.1)
+    bench.report("qt-faststart, beside cp", other.wall / plain.wall, None)
+    bench.report("peak memory", own.peak, 8, "MiB")
+
+
+def moov_first_small(bench):
+    """moov ahead of 1 GiB of media data, a small moov"""
+    moov_first(bench, 1000)
+
+
+def moov_first_large(bench):
+    """moov ahead of 1 GiB of media data, 3.6 million samples"""
+    moov_first(bench, 3_600_000)
+
+
+def chunk_offsets(bench):
+    """shifting 10 million chunk offsets (within moov-first)"""
+    original, out = bench.work / "chunks.mp4", bench.work / "out.mp4"
+    for wide in (False, True):
+        with open(original, "wb") as file:
+            file.write(box(b"mdat", bytes(8)))
+            file.write(movie_box([8], [8] * 10_000_000, wide))
+        (own,) = bench.compare(lambda: None, [bench.bin / "pellmor-edit", "moov-first", original, "-o", out])
+        kind = "co64" if wide else "stco"
+        bench.note(f"pellmor-edit moov-first -o, {kind}", own)
+        bench.report(f"CPU, {kind}", own.cpu, 0.25, "s")
+        bench.report(f"peak memory, {kind}", own.peak, 8, "MiB")
+
+
+def large_tables(bench):
+    """attach and dump of 5 million entries in each of stsz, stts and stsc"""
+    original = bench.work / "tables.mp4"
+    count = 5_000_000
+    with open(original, "wb") as file:
+        file.write(box(b"mdat", bytes(8)))
+        times, runs = rows(2, [1, 1] * count), rows(3, [1, 1, 1] * count)
+        file.write(movie_box(range(count), [8], times=times, runs=runs))
+    (own,) = bench.compare(lambda: None, [bench.bin / "pellmor-edit", "dump", original])
+    bench.note("pellmor-edit dump", own)
+    bench.report("CPU", own.cpu, 0.25, "s")
+
+
+LINES = {
+    "small-read": small_read,
+    "large-payload": large_payload,
+    "moov-first-small": moov_first_small,
+    "moov-first-large": moov_first_large,
+    "chunk-offsets": chunk_offsets,
+    "large-tables": large_tables,
+}
 
 
 def main():

@@ -36,8 +36,8 @@ public:
     static bool open_w(const std::wstring& path, std::function<void(FileIO&)> work);
     static bool open_a(const std::wstring& path, std::function<void(FileIO&)> work);
 
-    /// Copies `size` bytes from this handle's offset to that of `destination`, in blocks of 65,536
-    /// bytes. Ends early where the source ends, or at an error. Returns the bytes written.
+    /// Copies `size` bytes from this handle's offset to that of `destination`, in blocks of up to
+    /// 65,536 bytes. Ends early where the source ends, or at an error. Returns the bytes written.
     uint64_t copyTo(FileIO& destination, uint64_t size);
 
     [[nodiscard]] bool isOpen() const { return descriptor != 0; }
