@@ -4,8 +4,9 @@
     fuzz/mutate.py [--count N] [--seed S] [PROGRAM]
 
 PROGRAM is best built with sanitizers (cmake --preset asan). Every run must end by itself with one of
-the six exit statuses; what does not is kept in the current folder as mutation-SEED-NUMBER.mp4. After
-a write command the file must begin with what it was, or be what it was.
+the six exit statuses. After a write command the file must begin with what it was, and a payload that
+was written without a warning must be read back. What breaks a rule is kept in the current folder as
+mutation-SEED-NUMBER.mp4.
 """
 
 import argparse
@@ -47,6 +48,16 @@ def mutated(good, boxes, chance):
     return bytes(data)
 
 
+def begins_with(after, before):
+    """Whether nothing changed in front, but for the size of a last box that was open-ended."""
+    if after.startswith(before):
+        return True
+    changed = [i for i in range(min(len(after), len(before))) if after[i] != before[i]]
+    at = changed[-1] - 3
+    size = int.from_bytes(after[at : at + 4], "big")
+    return before[at : at + 4] == bytes(4) and at + size == len(before) and after[at + 4 :].startswith(before[at + 4 :])
+
+
 def main():
     arguments = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     arguments.add_argument("--count", type=int, default=20000)
@@ -64,26 +75,35 @@ def main():
         chance = random.Random(f"{options.seed}-{number}")
         data = mutated(good, boxes, chance)
         with tempfile.TemporaryDirectory(dir="/dev/shm" if os.path.isdir("/dev/shm") else None) as folder:
-            mp4, side = Path(folder, "v.mp4"), Path(folder, "side")
-            for kind in ("rmap", "wmap", "rmap"):
-                if kind == "wmap":
-                    side.write_bytes(b"payload")
-                if not mp4.exists():
-                    mp4.write_bytes(data)
+            mp4, side, out = Path(folder, "v.mp4"), Path(folder, "side"), Path(folder, "out")
+            mp4.write_bytes(data)
+            side.write_bytes(b"payload")
+
+            def status_of(kind, second):
+                command = [options.program, f"-kind:{kind}", mp4, second]
                 try:
-                    status = subprocess.run(
-                        [options.program, f"-kind:{kind}", mp4, side], capture_output=True, timeout=20
-                    ).returncode
+                    result = subprocess.run(command, capture_output=True, timeout=20)
                 except subprocess.TimeoutExpired:
-                    status = "hang"
-                seen[kind, status] = seen.get((kind, status), 0) + 1
-                after = mp4.read_bytes()
-                # An open-ended last box gets its size; nothing else in front of the new box may change.
-                changed = [i for i in range(min(len(after), len(data))) if after[i] != data[i]]
-                whole = len(after) >= len(data) and (not changed or changed[-1] - changed[0] < 4)
-                if status not in STATUSES or not whole:
-                    faults.append(number)
-                    Path(f"mutation-{options.seed}-{number}.mp4").write_bytes(data)
+                    return "hang", b""
+                key = kind, result.returncode
+                seen[key] = seen.get(key, 0) + 1
+                return result.returncode, result.stderr
+
+            first, _ = status_of("rmap", out)
+            untouched = mp4.read_bytes() == data
+            written, warning = status_of("wmap", side)
+            after = mp4.read_bytes()
+            second, _ = status_of("rmap", out)
+            found = second == 0 and out.read_bytes() == b"payload"
+            sound = (
+                {first, written, second} <= STATUSES
+                and untouched
+                and begins_with(after, data)
+                and (found or written != 0 or warning != b"")
+            )
+            if not sound:
+                faults.append(number)
+                Path(f"mutation-{options.seed}-{number}.mp4").write_bytes(data)
 
     with ThreadPoolExecutor(os.cpu_count()) as pool:
         list(pool.map(attempt, range(options.count)))

@@ -100,6 +100,21 @@ INSTANTIATE_TEST_SUITE_P(
                  "MP4: <'ftyp': start=0 bytes=24 >\n"
                  "MP4: <'moov': start=24 bytes=116 children=1 >\n"
                  "MP4:     <'mvhd': start=32 bytes=108 timeStamp=0 >\n"},
+        DumpCase{
+            "SizeBeyondWhatCanBeSought",
+            cat({u32(1), text("moov"), u64(~0ULL - 15), u32(1), text("free"), u64(1ULL << 63), box("free")}),
+            "MP4: <'moov': start=0 bytes=18446744073709551600 children=1 >\n"
+            "MP4:     <'free': start=16 bytes=9223372036854775808 >\n"},
+        DumpCase{"LyingContentsHideNothing",
+                 cat({sampleTable({withSize(fullBox("stts", 0, {u32(2'000'000)}), 20)}),
+                      uuidBox(MP4::XMP::_UUID)}),
+                 "MP4: <'moov': start=0 bytes=56 children=1 >\n"
+                 "MP4:     <'trak': start=8 bytes=48 children=1 >\n"
+                 "MP4:         <'mdia': start=16 bytes=40 children=1 >\n"
+                 "MP4:             <'minf': start=24 bytes=32 children=1 >\n"
+                 "MP4:                 <'stbl': start=32 bytes=24 children=1 >\n"
+                 "MP4:                     <'stts': start=40 bytes=20 entryCount=2000000 >\n"
+                 "MP4: <'uuid': start=56 bytes=24 uuid=BE7ACFCB-97A9-42E8-9C71-999491E3AFAC >\n"},
         DumpCase{"TailOfSevenBytes", cat({box("free"), zeros(3), text("tail")}),
                  "MP4: <'free': start=0 bytes=8 >\n"},
         DumpCase{"TailOfEightBytes", cat({box("free"), text("sizetype")}),
@@ -372,6 +387,16 @@ TEST(Box, CopiesItselfWhole) {
     }
 }
 
+TEST(HeaderBoxes, TellTimesInSeconds) {
+    Parsed file(box("moov", {fullBox("mvhd", 1, {u64(1), u64(~0ULL), u32(600), u64(6000)})}));
+    const auto& header = static_cast<MP4::MVHD&>(*file->root->first("moov.mvhd"));
+    EXPECT_FLOAT_EQ(header.duration, 10);
+    EXPECT_FLOAT_EQ(header.time_scale, 600);
+    Parsed cut(box("moov", {fullBox("mvhd", 1, {u64(1), zeros(2), u32(600)})}));
+    EXPECT_EQ(static_cast<MP4::MVHD&>(*cut->root->first("moov.mvhd")).time_scale, 0)
+        << "nothing read in its place";
+}
+
 TEST(HeaderBoxes, SetTheCreationTimeAndNothingElse) {
     const auto header = [](const char* type, uint8_t version, Parts rest) {
         return fullBox(type, version, {cat(rest), zeros(100)});
@@ -396,7 +421,7 @@ TEST(HeaderBoxes, SetTheCreationTimeAndNothingElse) {
         EXPECT_TRUE(static_cast<MP4::MDHD*>(at("moov.trak.mdia.mdhd"))->setTimeStamp(view, time));
         EXPECT_EQ(view.position(), 3U);
         const auto& tooShort = static_cast<MP4::NestedBox&>(*container.moov->children.back());
-        EXPECT_FALSE(static_cast<MP4::TKHD&>(*tooShort.children[0]).setTimeStamp(view, time));
+        EXPECT_TRUE(static_cast<MP4::TKHD&>(*tooShort.children[0]).setTimeStamp(view, time)) << "left alone";
     });
     Bytes expected = content;
     expected.replace(8 + 12, 4, u32(0x22334455));
@@ -438,9 +463,8 @@ TEST(Uuid, KeepsThePayloadByteForByte) {
 }
 
 TEST(Uuid, IsBuiltFromAPayload) {
-    MP4::XMP packet("ten\0bytes!");
-    packet.payload.assign("ten\0bytes!", 10);
-    packet.boxSize = 34;
+    MP4::XMP packet(Bytes("ten\0bytes!", 10));
+    EXPECT_EQ(packet.boxSize, 34U);
     packet.usertype = MP4::XMP::_UUID;
     const Bytes expected = uuidBox(MP4::XMP::_UUID, {Bytes("ten\0bytes!", 10)});
     ByteArray bytes;

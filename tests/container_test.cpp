@@ -6,7 +6,7 @@
 
 #include "MP4Container.h"
 #include "support/Cases.h"
-#include "support/Scratch.h"
+#include "support/Faults.h"
 
 using namespace test;
 
@@ -39,6 +39,11 @@ TEST(Attach, RecordsTheMainBoxes) {
     EXPECT_EQ(container.trak, second.children[1].get()) << "the last track with a picture";
     EXPECT_EQ(container.moov->parent, nullptr);
     EXPECT_EQ(container.mdat->parent, container.root.get());
+
+    const Bytes uncommon = cat({box("meta"), box("moov", {track({}, 0x8000)})});
+    ASSERT_TRUE(container.attach(scratch.file("g.mp4", uncommon)));
+    EXPECT_EQ(container.root->children[0]->parent, nullptr);
+    EXPECT_EQ(container.trak, nullptr) << "a negative width is none";
 }
 
 TEST(Attach, AFailureKeepsTheOldTree) {
@@ -53,9 +58,9 @@ TEST(Attach, AFailureKeepsTheOldTree) {
     EXPECT_TRUE(container.attach(scratch.file("empty.mp4", "")));
     EXPECT_TRUE(container.root->children.empty());
     EXPECT_EQ(container.moov, nullptr);
-    EXPECT_FALSE(quietly([&] { return container.attach(scratch.folder().wstring()); }))
-        << "a folder cannot be read";
-    EXPECT_EQ(container.root, nullptr);
+    EXPECT_FALSE(container.incomplete());
+    EXPECT_TRUE(quietly([&] { return container.attach(scratch.folder().wstring()); })) << "a folder opens";
+    EXPECT_TRUE(container.incomplete()) << "but cannot be read";
 }
 
 struct AppendCase {
@@ -109,19 +114,37 @@ TEST(Append, RefusesAnOpenEndedBoxThatNeedsMoreThan32Bits) {
     EXPECT_EQ(std::filesystem::file_size(path), (uint64_t{1} << 32) + 8);
 }
 
-TEST(Append, IsUndoneByAShortWrite) {
-    for (const Bytes& before : {box("free"), withSize(box("mdat", {text("samples")}), 0)}) {
-        const Scratch scratch;
-        const auto path = scratch.file("f.mp4", before);
-        MP4::Container container;
-        ASSERT_TRUE(container.attach(path));
-        EXPECT_FALSE(container.append([](Brisa::FileIO& file) {
-            file.writeAll("half", 4);
-            return false;
-        }));
-        EXPECT_EQ(contentOf(path), before);
+TEST(Append, IsUndoneByAnException) {
+    const Scratch scratch;
+    const Bytes before = withSize(box("mdat", {text("samples")}), 0);
+    const auto path = scratch.file("f.mp4", before);
+    MP4::Container container;
+    ASSERT_TRUE(container.attach(path));
+    EXPECT_THROW(container.append([](Brisa::FileIO& file) -> bool {
+        file.writeAll("half", 4);
+        throw std::bad_alloc();
+    }),
+                 std::bad_alloc);
+    EXPECT_EQ(contentOf(path), before);
+}
+
+class AppendFaults : public testing::TestWithParam<Fault> {};
+
+TEST_P(AppendFaults, AreUndone) {
+    const Bytes payload(3000, 'p');
+    for (const bool openEnded : {false, true}) {
+        const Bytes media = box("mdat", {text("samples")});
+        expectAllOrNothing(GetParam(), openEnded ? withSize(media, 0) : media, media + payload,
+                           [&](const std::wstring& path) {
+                               MP4::Container container;
+                               return container.attach(path) && container.append([&](Brisa::FileIO& file) {
+                                   return file.writeAll(payload.data(), payload.size()) == payload.size();
+                               });
+                           });
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Faults, AppendFaults, testing::Values(Fault::error, Fault::shortWrite));
 
 // Files that are damaged, or made to do harm: every one must parse, and cost no more than it is worth.
 

@@ -39,6 +39,10 @@ TEST(FileIO, ModesOpenCreateAndTruncate) {
                        std::string(missing.begin(), missing.end()) + ", 'r') failed.\n");
     EXPECT_EQ(contentOf(path), "Xontent") << "update mode starts at offset 0 and truncates nothing";
 
+    Brisa::FileIO_show_process_file_name = true;
+    EXPECT_EQ(printed([&] { FileIO::open(path, [](FileIO&) {}); }).out,
+              "processing " + std::string(path.begin(), path.end()) + " ...\n");
+    Brisa::FileIO_show_process_file_name = false;
     EXPECT_TRUE(FileIO::open_w(path, [](FileIO& file) { EXPECT_EQ(file.length(), 0U); }));
     EXPECT_TRUE(FileIO::open_w(missing, [](FileIO&) {}));
     struct stat status {};

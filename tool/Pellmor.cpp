@@ -27,14 +27,17 @@ constexpr int mapFileWriteError = -5;
 constexpr int convertedArguments = 10;
 constexpr size_t longestArgument = 2048;
 
+void report(const std::exception& error) {
+    Console::err(L"Pellmor: not enough memory (%s).\n", error.what());
+}
+
 /// Runs one step of a command; a step that runs out of memory has failed like any other.
 template <class Step>
 bool succeeds(Step step) {
     try {
         return step();
     } catch (const std::exception& error) {
-        Console::err(L"Pellmor: the payload does not fit in memory (%ls).\n",
-                     Brisa::wchar::mbs2wcs(error.what()).c_str());
+        report(error);
         return false;
     }
 }
@@ -56,7 +59,10 @@ int readFromMp4File(const std::wstring& mp4Path, const std::wstring& mapPath) {
         Console::out(L"mp4File read error.");
         return mp4FileReadError;
     }
-    if (!succeeds([&] { return !namesSameFile(mp4Path, mapPath) && record.writeToMap(mapPath); })) {
+    const auto write = [&] {
+        return (record.binData.empty() || !namesSameFile(mp4Path, mapPath)) && record.writeToMap(mapPath);
+    };
+    if (!succeeds(write)) {
         Console::out(L"mapFile write error.");
         return mapFileWriteError;
     }
@@ -145,7 +151,7 @@ std::wstring widened(const char* argument) {
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     Console::init_locale();
     // A file size limit or a closed pipe makes a write fail; it must not end the process half-way.
     std::signal(SIGXFSZ, SIG_IGN);
@@ -158,4 +164,7 @@ int main(int argc, char** argv) {
         table[i] = arguments[i].data();
     }
     return exec(argc, table.data());
+} catch (const std::exception& error) {
+    report(error);
+    return argumentsError;
 }

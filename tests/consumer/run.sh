@@ -10,11 +10,12 @@ trap 'rm -rf "$work"' EXIT
 
 cmake -S "$here" -B "$work" -DCMAKE_PREFIX_PATH="$prefix" --log-level=WARNING
 cmake --build "$work" >/dev/null
-"$work/consumer" "$sample" | grep -q "'moov'"
+"$work/consumer" "$sample" >"$work/boxes"
+grep -q "'moov'" "$work/boxes"
 
 export PKG_CONFIG_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name pellmor.pc)")
 # shellcheck disable=SC2046
 g++ "$here/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs pellmor)
-"$work/consumer-pc" "$sample" | grep -q "'moov'"
+"$work/consumer-pc" "$sample" | cmp - "$work/boxes"
 echo "The installed library serves a program of its own."

@@ -11,6 +11,7 @@ from pathlib import Path
 import pytest
 
 BIN = Path(os.environ["PELLMOR_BIN"])
+SANITIZED = os.environ["PELLMOR_SANITIZED"] == "1"
 
 
 def run(*command, **options):

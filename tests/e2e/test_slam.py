@@ -2,11 +2,12 @@
 
 import os
 import shutil
+import subprocess
 from pathlib import Path
 
 import pytest
 
-from conftest import BIN, limited_to, run, sha, stream_hashes
+from conftest import BIN, SANITIZED, limited_to, run, sha, stream_hashes
 
 PELLMOR = BIN / "Pellmor"
 BANNER = b"Pellmor.exe\n"
@@ -184,5 +185,19 @@ def test_works_without_standard_streams(recording, tmp_path):
 def test_a_reader_that_leaves_does_not_stop_the_work(recording, tmp_path):
     (tmp_path / "side.bin").write_bytes(b"payload")
     size = recording.stat().st_size
-    run("bash", "-c", f"{PELLMOR} -kind:wmap video.mp4 side.bin > >(exec 0<&-); wait", cwd=tmp_path)
+    reader, writer = os.pipe()
+    os.close(reader)
+    command = [PELLMOR, "-kind:wmap", "video.mp4", "side.bin"]
+    assert subprocess.run(command, cwd=tmp_path, stdout=writer, timeout=120).returncode == 0
+    os.close(writer)
     assert recording.stat().st_size == size + 24 + 7
+
+
+@pytest.mark.skipif(SANITIZED, reason="a sanitizer ends the process instead")
+def test_a_payload_that_memory_cannot_hold_fails_its_step(recording, tmp_path):
+    side = tmp_path / "side.bin"
+    side.touch()
+    os.truncate(side, 1 << 40)
+    status, text, error = call("wmap", recording, side)
+    assert (status, text) == (254, b"mapFile read error.")
+    assert b"not enough memory" in error

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -45,6 +46,7 @@ int __real_open(const char* path, int flags, ...);
 ssize_t __real_read(int file, void* bytes, size_t count);
 ssize_t __real_write(int file, const void* bytes, size_t count);
 off_t __real_lseek(int file, off_t offset, int whence);
+int __real_fstat(int file, struct stat* status);
 int __real_ftruncate(int file, off_t size);
 int __real_fsync(int file);
 int __real_fchmod(int file, mode_t mode);
@@ -61,15 +63,20 @@ ssize_t __wrap_read(int file, void* bytes, size_t count) {
     return fails() ? error() : __real_read(file, bytes, count);
 }
 ssize_t __wrap_write(int file, const void* bytes, size_t count) {
-    if (diskFull) {
-        errno = ENOSPC;
-        return -1;
-    }
     if (fails()) {
         return error();
     }
-    diskFull = reached && armed == test::Fault::shortWrite;
-    return __real_write(file, bytes, diskFull ? count / 2 : count);
+    if (!diskFull && reached && armed == test::Fault::shortWrite) {
+        diskFull = true;
+        return __real_write(file, bytes, count / 2);
+    }
+    struct stat status {};
+    __real_fstat(file, &status);
+    if (diskFull && __real_lseek(file, 0, SEEK_CUR) + static_cast<off_t>(count) > status.st_size) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return __real_write(file, bytes, count);
 }
 off_t __wrap_lseek(int file, off_t offset, int whence) {
     return fails() ? error() : __real_lseek(file, offset, whence);
@@ -82,6 +89,9 @@ int __wrap_fsync(int file) {
 }
 int __wrap_fchmod(int file, mode_t mode) {
     return fails() ? error() : __real_fchmod(file, mode);
+}
+int __wrap_fstat(int file, struct stat* status) {
+    return fails() ? error() : __real_fstat(file, status);
 }
 int __wrap_rename(const char* from, const char* to) {
     return fails() ? error() : __real_rename(from, to);

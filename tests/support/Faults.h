@@ -6,13 +6,14 @@
 #include "Scratch.h"
 
 // The system calls of the toolkit, made to fail one after the other. The test program is linked so
-// that open, read, write, lseek, ftruncate, fsync, fchmod and rename come here first.
+// that open, read, write, lseek, fstat, ftruncate, fsync, fchmod and rename come here first.
 
 namespace test {
 
 enum class Fault {
     error,      ///< the call fails
-    shortWrite, ///< a write moves half of the bytes, and every later one fails: a full disk
+    shortWrite, ///< a write moves half of the bytes, and none can make a file longer from then on: a full
+                ///< disk
     kill,       ///< the process ends there
 };
 

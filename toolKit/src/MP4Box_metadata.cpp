@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Brisa/BrisaConsole.h"
+#include "MP4Box_fields.h"
 
 namespace MP4 {
 
@@ -28,8 +29,7 @@ void XYZ::parseBox(BinFile& file, uint64_t limit) {
     textSize = file.read16();
     language = file.read16();
     const uint64_t front = headerSize() + fixedFields;
-    text.assign(boxSize > front ? std::min(boxSize - front, longestText) : 0, '\0');
-    file.readBytes(text.data(), text.size());
+    readContents(file, boxSize > front ? std::min(boxSize - front, longestText) : 0, text);
 }
 
 void XYZ::dump() const {
@@ -63,11 +63,7 @@ void HDLR::parseBox(BinFile& file, uint64_t limit) {
         file.readBytes(reserved.data(), reserved.size());
     }
     const uint64_t front = headerSize() + fixedFields;
-    const uint64_t nameBytes = boxSize > front ? boxSize - front : 0;
-    if (file.takeMemory(nameBytes)) {
-        name.resize(nameBytes);
-        file.readBytes(name.data(), nameBytes);
-    }
+    readContents(file, boxSize > front ? boxSize - front : 0, name);
 }
 
 void HDLR::dump() const {

@@ -13,9 +13,6 @@ namespace {
 
 using Brisa::Console;
 
-/// What a table costs beyond its entries and the memory that every box is counted with.
-constexpr uint64_t memoryOfTable = 40;
-
 /// Turns `bytes` of big-endian 32-bit numbers, in place, into numbers of this machine.
 void toHostOrder(uint8_t* words, uint64_t bytes) {
     for (uint8_t* word = words; word != words + bytes; word += sizeof(uint32_t)) {
@@ -30,16 +27,14 @@ template <class Entry>
 void readEntries(BinFile& file, uint32_t& count, std::vector<Entry>& entries) {
     static_assert(sizeof(Entry) % sizeof(uint32_t) == 0);
     constexpr uint64_t blockBytes = 65536 / sizeof(Entry) * sizeof(Entry);
-    const uint64_t there = std::min<uint64_t>(count, file.available() / sizeof(Entry));
-    if (!file.keepContents) {
+    if (!file.allowance.keepContents) {
         return;
     }
-    if (!file.takeMemory(memoryOfTable + count * sizeof(Entry))) {
-        count = file.takeMemory(memoryOfTable + there * sizeof(Entry)) ? static_cast<uint32_t>(there) : 0;
-    }
+    const uint64_t there = file.available() / sizeof(Entry) * sizeof(Entry);
+    count = static_cast<uint32_t>(file.allowance.takeContents(count * sizeof(Entry), there) / sizeof(Entry));
     entries.resize(count);
     auto* const bytes = reinterpret_cast<uint8_t*>(entries.data());
-    const uint64_t stored = std::min<uint64_t>(there, count) * sizeof(Entry);
+    const uint64_t stored = std::min<uint64_t>(there, count * sizeof(Entry));
     for (uint64_t done = 0; done < stored; done += blockBytes) {
         const uint64_t block = std::min(blockBytes, stored - done);
         file.readBytes(bytes + done, block);
@@ -83,9 +78,7 @@ void SOWT::dump() const {
                  L"samplelate=%x>\n",
                  indentation().c_str(), basicTag().c_str(), data_reference_index, channel_count, sample_size,
                  pre_defined, samplerate);
-    for (const auto& child : children) {
-        child->dump();
-    }
+    dumpChildren();
 }
 
 void STTS::parseBox(BinFile& file, uint64_t limit) {
@@ -111,7 +104,11 @@ void STSC::dump() const {
 }
 
 void STSZ::parseBox(BinFile& file, uint64_t limit) {
+    constexpr uint64_t fixedFields = 12;
     enter(file, limit);
+    if (!file.allowance.takeHeader(fixedFields)) {
+        return;
+    }
     readVersionAndFlags(file, version, flags);
     sampleSize = file.read32();
     sample_count = file.read32();

@@ -5,19 +5,9 @@
 
 #include "Brisa/BrisaConsole.h"
 #include "ByteOrder.h"
+#include "MP4Box_fields.h"
 
 namespace MP4 {
-
-namespace {
-
-/// What a UUID costs beyond the memory that every box is counted with.
-constexpr uint64_t memoryOfUuid = 64;
-
-uint32_t sizeWithPrefix(uint64_t payload) {
-    return static_cast<uint32_t>((UUID::prefixSize + payload) & 0xFFFFFFFF);
-}
-
-} // namespace
 
 UUID::UUID(const std::string& payload_)
     : NestedBox(0, prefixSize + payload_.size(), fourcc("uuid"), nullptr), payload(payload_) {}
@@ -35,15 +25,13 @@ void UUID::dump() const {
                   id[8], id[9], id[10], id[11], id[12], id[13], id[14], id[15]);
     Brisa::Console::out(L"MP4: %ls<%ls uuid=%ls >\n", indentation().c_str(), basicTag().c_str(),
                         Brisa::wchar::mbs2wcs(text.data()).c_str());
-    for (const auto& child : children) {
-        child->dump();
-    }
+    dumpChildren();
 }
 
 void UUID::parseBox(BinFile& file, uint64_t limit) {
     enter(file, limit);
     payload.clear();
-    if (file.available() < usertype.size()) {
+    if (file.available() < usertype.size() || !file.allowance.takeHeader(usertype.size())) {
         return;
     }
     file.readBytes(usertype.data(), usertype.size());
@@ -51,11 +39,7 @@ void UUID::parseBox(BinFile& file, uint64_t limit) {
         parseChildren(file, limit);
         return;
     }
-    const uint64_t there = file.available();
-    if (file.keepContents && file.takeMemory(memoryOfUuid + there)) {
-        payload.resize(there);
-        file.readBytes(payload.data(), there);
-    }
+    readContents(file, file.available(), payload);
 }
 
 bool UUID::is(const Usertype& identity) const {
@@ -71,8 +55,8 @@ std::array<uint8_t, UUID::prefixSize> UUID::prefix(uint32_t size, const Usertype
 
 bool UUID::write(BinFile& file) const {
     const auto front = prefix(static_cast<uint32_t>(boxSize & 0xFFFFFFFF), usertype);
-    return file.writeAll(front.data(), front.size()) + file.writeAll(payload.data(), payload.size()) ==
-           boxSize;
+    const uint64_t written = file.writeAll(front.data(), front.size());
+    return written + file.writeAll(payload.data(), payload.size()) == boxSize;
 }
 
 bool UUID::write(Brisa::FileIO& file) const {
@@ -81,7 +65,7 @@ bool UUID::write(Brisa::FileIO& file) const {
 }
 
 void UUID::to_byteArray(ByteArray& out) const {
-    const auto front = prefix(sizeWithPrefix(payload.size()), usertype);
+    const auto front = prefix(static_cast<uint32_t>((prefixSize + payload.size()) & 0xFFFFFFFF), usertype);
     out.resize(front.size() + payload.size());
     std::copy(front.begin(), front.end(), out.begin());
     std::copy(payload.begin(), payload.end(), out.begin() + prefixSize);

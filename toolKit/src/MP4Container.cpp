@@ -14,27 +14,47 @@ using Brisa::Console;
 struct Tail {
     uint64_t length;         ///< of the file
     uint64_t reached = 0;    ///< where the walk ends
-    bool openEnded = false;  ///< whether the last box has a size field of 0
     uint64_t lastOffset = 0; ///< of the last box
-    bool known = true;       ///< false when the system failed to read
+    bool openEnded = false;  ///< whether the last box has a size field of 0
 };
 
-Tail walkToTail(Brisa::FileIO& file) {
-    BinFile view(file);
+Tail walkToTail(BinFile& file) {
     Tail tail{.length = file.length()};
     NestedBox boxes(0, tail.length, fourcc("root"), nullptr);
-    boxes.parseBox(view, tail.length);
+    boxes.parseBox(file, tail.length);
     if (!boxes.children.empty()) {
         const BOX& last = *boxes.children.back();
         tail.reached = last.end();
         tail.lastOffset = last.offset;
-        view.limit = tail.length;
-        view.seek_set(last.offset);
-        tail.openEnded = view.read32() == 0;
+        file.limit = tail.length;
+        file.seek_set(last.offset);
+        tail.openEnded = file.read32() == 0;
     }
-    tail.known = !view.failed();
     return tail;
 }
+
+/// Puts a file back to what it was, unless what was done to it is kept.
+class Undo {
+public:
+    Undo(BinFile& file_, const Tail& tail_) : file(file_), tail(tail_) {}
+    Undo(const Undo&) = delete;
+    Undo& operator=(const Undo&) = delete;
+    ~Undo() {
+        if (kept) {
+            return;
+        }
+        const bool cut = file.truncate(tail.length);
+        if (!cut || (tail.openEnded && !(file.seek_set(tail.lastOffset) && file.write32(0)))) {
+            Console::err(L"MP4: what was appended could not be taken back.\n");
+        }
+    }
+    void keep() { kept = true; }
+
+private:
+    BinFile& file;
+    const Tail& tail;
+    bool kept = false;
+};
 
 void warnIfUnreachable(const Tail& tail, const std::wstring& path) {
     constexpr uint64_t headerBytes = 8;
@@ -52,36 +72,29 @@ void warnIfUnreachable(const Tail& tail, const std::wstring& path) {
 } // namespace
 
 bool Container::attach(const std::wstring& path_, unsigned long long limit) {
-    bool attached = false;
-    Brisa::FileIO::open(path_, [&](Brisa::FileIO& file) {
+    return Brisa::FileIO::open(path_, [&](Brisa::FileIO& file) {
         path = path_;
         BinFile view(file);
-        view.keepContents = keepContents;
+        view.allowance.keepContents = keepContents;
         parse(view, limit);
-        attached = !view.failed();
-        if (!attached) {
-            Console::err(L"MP4: reading %ls failed.\n", path.c_str());
-            forgetTree();
-        }
     });
-    return attached;
-}
-
-void Container::forgetTree() {
-    root.reset();
-    moov = nullptr;
-    mdat = nullptr;
-    trak = nullptr;
 }
 
 void Container::parse(BinFile& file, unsigned long long limit) {
-    forgetTree();
+    moov = nullptr;
+    mdat = nullptr;
+    trak = nullptr;
     root = std::make_unique<ROOT>(0, std::min<uint64_t>(file.length(), limit), fourcc("root"), nullptr);
     root->depth = -1;
     root->parseBox(file, limit);
 
-    mdat = static_cast<MDAT*>(root->first("mdat"));
+    unreadable = file.failed();
+    if (unreadable) {
+        Console::err(L"MP4: reading %ls failed.\n", path.c_str());
+    }
+
     moov = static_cast<MOOV*>(root->first("moov"));
+    mdat = static_cast<MDAT*>(root->first("mdat"));
     root->find("moov.trak", [this](BOX& box) {
         auto& track = static_cast<TRAK&>(box);
         track.find("tkhd", [this, &track](BOX& header) {
@@ -117,28 +130,29 @@ void Container::dump() const {
 bool Container::append(std::function<bool(Brisa::FileIO&)> write) const {
     bool appended = false;
     open_a([&](Brisa::FileIO& file) {
-        const Tail tail = walkToTail(file);
-        if (!tail.known) {
+        BinFile view(file);
+        const Tail tail = walkToTail(view);
+        if (unreadable || view.failed()) {
+            Console::err(L"MP4: reading %ls failed.\n", path.c_str());
             return;
         }
-        BinFile view(file);
-        const BOX last(tail.lastOffset, tail.length - tail.lastOffset, 0, nullptr);
-        if (tail.openEnded && last.boxSize > UINT32_MAX) {
+        const uint64_t lastSize = tail.length - tail.lastOffset;
+        if (tail.openEnded && lastSize > UINT32_MAX) {
             Console::err(
                 L"MP4: nothing can be appended to %ls: its last box is open-ended and too long for a "
                 L"32-bit size.\n",
                 path.c_str());
             return;
         }
-        appended =
-            (!tail.openEnded || last.size(view, last.boxSize)) && file.seek_set(tail.length) && write(file);
-        if (appended) {
-            warnIfUnreachable(tail, path);
+        Undo undo(view, tail);
+        if (tail.openEnded &&
+            !(view.seek_set(tail.lastOffset) && view.write32(static_cast<uint32_t>(lastSize)))) {
             return;
         }
-        file.truncate(tail.length);
-        if (tail.openEnded) {
-            last.size(view, 0);
+        appended = file.seek_set(tail.length) && write(file);
+        if (appended) {
+            undo.keep();
+            warnIfUnreachable(tail, path);
         }
     });
     return appended;

@@ -40,13 +40,15 @@ public:
     Container& operator=(const Container&) = delete;
     ~Container() = default;
 
-    /// Opens the file read-only, parses its first `limit` bytes and records the main boxes. Any
-    /// readable file attaches, whatever it holds. Returns false when it cannot be opened (the file
-    /// layer says so; the container stays as it was) or when the system fails to read it (a line on
-    /// standard error; the container is then empty).
+    /// Opens the file read-only, parses its first `limit` bytes and records the main boxes. Any file
+    /// that opens attaches, whatever it holds. Returns false when it cannot be opened; the file layer
+    /// says so, and the container stays as it was.
     bool attach(const std::wstring& path, unsigned long long limit = ~0ULL);
     /// Makes a new tree from a file that stands at offset 0.
     void parse(BinFile& file, unsigned long long limit);
+    /// Whether the system failed to read the file while it was parsed (a line on standard error says
+    /// so): boxes may be missing from the tree, and no edit is made on the strength of it.
+    [[nodiscard]] bool incomplete() const { return unreadable; }
 
     /// Runs NestedBox::find() on the root; finds nothing before the first parse.
     void find(const char* boxPath, std::function<bool(BOX&)> predicate) const;
@@ -132,14 +134,42 @@ public:
     /// is not parsed again.
     bool updateTimeStamp(unsigned long long time);
 
+    // User data and H.264 flags.
+
+    /// Puts `box`, a complete box (normally a `udta`), in the place of the movie's `udta`, or appends it
+    /// to `moov` when there is none; false when `moov` has fewer than 3 children then. Sizes and chunk
+    /// offsets are corrected. If a replacement fails before its offsets are corrected, appending is
+    /// tried. The first argument has no effect.
+    bool replaceUdta(unsigned long long reserved, const ByteArray& box);
+
+    /// Marks the video as full range, or as not, and sets constraint_set1_flag, in the first sequence
+    /// parameter set of its `avcC` box (see AVCC; the last one, if several tracks have one). Nothing is
+    /// encoded anew. Prints "Container::appendFullRangeAndConstrainedSet1Flag: %d - %d,
+    /// constrained_set1_flag:  %d - 1\n" with the old and the wanted full-range flag and the old
+    /// constraint_set1_flag. True as well when there is nothing to change, or nothing that can be.
+    ///
+    /// The changed box goes where it costs least:
+    /// - of the old size: over the old box;
+    /// - of another size: the boxes between it and a `udta` behind it move by the difference, and a
+    ///   `free` box takes the place of the `udta`, whose content is given up; no media data moves;
+    /// - without such a `udta`: by a rewrite.
+    ///
+    /// The first two write into the file as it stands, within `moov` and nowhere else. All that can be
+    /// known to fail is known before the first write, and a write that fails is undone as long as the
+    /// system takes what was there before. What stays at risk is `moov` itself, if the process is
+    /// killed, or the disk fails for good, in the milliseconds between the first write and the last.
+    bool appendFullRangeAndConstrainedSet1Flag(bool fullRange);
+
 private:
-    void forgetTree();
+    bool unreadable = false;
 
     /// Rewrites the file with the insertions, which are in file order. All that follows from them is
     /// done here: sizes up the enclosing boxes, chunk offsets, a spatial-data block that moves. An
     /// edit that would move bytes of a movie fragment is refused, since absolute offsets in it would
     /// not be corrected, and so is one of boxes that do not lie within one another.
-    bool rewrite(const wchar_t* operation, const std::vector<Insertion>& insertions);
+    /// `reachedOffsets`, if given, is set when only the chunk offsets are left to be corrected.
+    bool rewrite(const wchar_t* operation, const std::vector<Insertion>& insertions,
+                 bool* reachedOffsets = nullptr);
     /// rewrite()'s last step: corrects, in the new file, what points into the bytes that moved.
     bool correctOffsets(Container& written, BinFile& file, const Moves& moves, bool everyChunkMoves) const;
     bool correctSpatialOffsets(Container& written, BinFile& file, const Moves& moves) const;
@@ -147,6 +177,11 @@ private:
     [[nodiscard]] bool mediaMovesAsOne(const Moves& moves) const;
     /// Whether the tree still describes the file, and no movie fragment moves; says why not.
     [[nodiscard]] bool mayMove(const Moves& moves) const;
+    /// Whether the tree still describes the file and the box lies within those around it; says so if not.
+    [[nodiscard]] bool mayPatch(const BinFile& file, const BOX& box) const;
+    /// The strategies of appendFullRangeAndConstrainedSet1Flag() that write into the file as it stands.
+    bool overwriteAvcC(const BOX& avcC, const ByteArray& newBox);
+    bool overwriteUpToUdta(const BOX& avcC, const ByteArray& newBox, const BOX& udta);
     [[nodiscard]] std::wstring newFilePath() const;
     /// Prints the line of a failed rewrite; false.
     bool rewriteFailed(const wchar_t* operation) const;

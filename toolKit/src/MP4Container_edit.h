@@ -12,6 +12,16 @@
 
 namespace MP4 {
 
+/// `offset` moved by a signed distance.
+constexpr uint64_t shifted(uint64_t offset, long long by) {
+    return static_cast<uint64_t>(static_cast<long long>(offset) + by);
+}
+
+/// How far it is from `from` to `to`.
+constexpr long long distance(uint64_t from, uint64_t to) {
+    return static_cast<long long>(to) - static_cast<long long>(from);
+}
+
 /// Which stretches of a file move in a rewrite, and how far.
 class Moves {
 public:
@@ -36,19 +46,24 @@ private:
 
 /// Bytes put into a file, or in the place of others.
 struct Insertion {
-    uint64_t at;                         ///< offset in the old file
-    uint64_t removed;                    ///< bytes of the old file that give way
+    uint64_t from;                       ///< offsets in the old file: the bytes from here
+    uint64_t to;                         ///< up to here give way
     uint64_t size;                       ///< bytes that come in
     BOX* grown;                          ///< the innermost box whose content changes
     std::function<bool(BinFile&)> write; ///< writes exactly `size` bytes, or fails
 
-    [[nodiscard]] long long change() const { return static_cast<long long>(size - removed); }
+    [[nodiscard]] long long change() const { return distance(to - from, size); }
 };
 
 /// `bytes` as a new last child of `parent`. They must live until the edit is done.
 Insertion asLastChild(NestedBox& parent, const ByteArray& bytes);
 /// `bytes` in the place of `child`. They must live until the edit is done.
 Insertion inPlaceOf(BOX& child, const ByteArray& bytes);
+
+/// Whether the bytes from `from` up to `to` lie in the body of the box `around`, that box in the body of
+/// the one around it, and so on, and the last one in a file of `length` bytes. In a damaged file they
+/// need not.
+bool liesWithin(uint64_t from, uint64_t to, const BOX* around, uint64_t length);
 
 /// A box whose size changes.
 struct Resizing {

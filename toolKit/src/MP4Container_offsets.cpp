@@ -64,7 +64,7 @@ bool shiftTable(BinFile& file, const STCO& table, const Moves& moves, Pass pass)
             return false;
         }
     }
-    return true;
+    return !file.failed(); // or the end of the table is not what it seemed to be
 }
 
 } // namespace

@@ -32,7 +32,7 @@ public:
         FileIO::open_w(path, [&](FileIO& file) {
             exists = true;
             BinFile view(file);
-            written = content(view);
+            written = content(view) && !view.failed();
         });
         return written;
     }
@@ -67,7 +67,7 @@ bool patch(Container& written, const std::function<bool(Container&, BinFile&)>& 
     bool patched = false;
     written.open_a([&](FileIO& file) {
         BinFile view(file);
-        patched = step(written, view);
+        patched = step(written, view) && !view.failed();
     });
     return patched;
 }
@@ -80,14 +80,14 @@ bool copyAround(const std::vector<Insertion>& insertions, BinFile& source, BinFi
                 unsigned long long& insertionOffset) {
     uint64_t copied = 0;
     for (const Insertion& insertion : insertions) {
-        if (!copyStretch(source, destination, copied, insertion.at)) {
+        if (!copyStretch(source, destination, copied, insertion.from)) {
             return false;
         }
         insertionOffset = destination.position();
         if (!insertion.write(destination)) {
             return false;
         }
-        copied = insertion.at + insertion.removed;
+        copied = insertion.to;
     }
     return copyStretch(source, destination, copied, source.length());
 }
@@ -98,24 +98,9 @@ Moves movesOf(const std::vector<Insertion>& insertions) {
     for (auto insertion = insertions.begin(); insertion != insertions.end(); ++insertion) {
         const auto next = std::next(insertion);
         by += insertion->change();
-        moves.add(insertion->at + insertion->removed, next == insertions.end() ? Moves::toTheEnd : next->at,
-                  by);
+        moves.add(insertion->to, next == insertions.end() ? Moves::toTheEnd : next->from, by);
     }
     return moves;
-}
-
-/// Whether the place of the insertion lies in its box, that box in the one around it, and so on.
-bool liesWithin(const Insertion& insertion, uint64_t length) {
-    uint64_t from = insertion.at;
-    uint64_t to = insertion.at + insertion.removed;
-    for (const BOX* around = insertion.grown; around != nullptr; around = around->parent) {
-        if (from < around->offset + around->headerSize() || to > around->end()) {
-            return false;
-        }
-        from = around->offset;
-        to = around->end();
-    }
-    return to <= length;
 }
 
 } // namespace
@@ -125,15 +110,26 @@ Insertion asLastChild(NestedBox& parent, const ByteArray& bytes) {
     // with four zero bytes) would hide anything that comes behind it.
     const uint64_t at =
         parent.children.empty() ? parent.offset + parent.headerSize() : parent.children.back()->end();
-    return {.at = at, .removed = 0, .size = bytes.size(), .grown = &parent, .write = writerOf(bytes)};
+    return {.from = at, .to = at, .size = bytes.size(), .grown = &parent, .write = writerOf(bytes)};
 }
 
 Insertion inPlaceOf(BOX& child, const ByteArray& bytes) {
-    return {.at = child.offset,
-            .removed = child.boxSize,
+    return {.from = child.offset,
+            .to = child.end(),
             .size = bytes.size(),
             .grown = child.parent,
             .write = writerOf(bytes)};
+}
+
+bool liesWithin(uint64_t from, uint64_t to, const BOX* around, uint64_t length) {
+    for (; around != nullptr; around = around->parent) {
+        if (from < around->offset + around->headerSize() || from > to || to > around->end()) {
+            return false;
+        }
+        from = around->offset;
+        to = around->end();
+    }
+    return to <= length;
 }
 
 bool resize(BinFile& file, const std::vector<Resizing>& boxes) {
@@ -199,11 +195,12 @@ bool Container::modifyContainer(const wchar_t* operation,
         unsigned long long insertionOffset = 0;
         Container written;
         written.keepContents = false;
-        rewritten =
-            newFile.write([&](BinFile& destination) { return copy(source, destination, insertionOffset); }) &&
-            written.attach(newFile.path, insertionOffset) && patch(written, first) &&
-            written.attach(newFile.path) && patch(written, second) &&
-            (outputPath != nullptr || newFile.replace(file, path));
+        rewritten = newFile.write([&](BinFile& destination) {
+            return copy(source, destination, insertionOffset) && !source.failed();
+        }) && written.attach(newFile.path, insertionOffset) &&
+                    !written.incomplete() && patch(written, first) && written.attach(newFile.path) &&
+                    !written.incomplete() && patch(written, second) &&
+                    (outputPath != nullptr || newFile.replace(file, path));
     });
     if (!rewritten) {
         rewriteFailed(operation);
@@ -220,8 +217,8 @@ bool Container::insertBox(const wchar_t* operation, BOX& box, bool replace,
                           std::function<bool(BinFile&)> write,
                           std::function<bool(Container&, BinFile&)> first,
                           std::function<bool(Container&, BinFile&)> second) {
-    const std::vector<Insertion> insertions{{.at = replace ? box.offset : box.end(),
-                                             .removed = replace ? box.boxSize : 0,
+    const std::vector<Insertion> insertions{{.from = replace ? box.offset : box.end(),
+                                             .to = box.end(),
                                              .size = 0, // known to `write` and the steps alone
                                              .grown = nullptr,
                                              .write = std::move(write)}};
@@ -241,25 +238,28 @@ bool Container::modifyBoxSize(BinFile& file, BOX& box, long long change) {
     return resize(file, boxes);
 }
 
-bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& insertions) {
+bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& insertions,
+                        bool* reachedOffsets) {
+    const bool sound = std::all_of(insertions.begin(), insertions.end(), [this](const Insertion& insertion) {
+        return liesWithin(insertion.from, insertion.to, insertion.grown, root->boxSize);
+    });
+    if (!sound) {
+        Console::err(L"MP4: %ls: the boxes to be changed do not lie within one another.\n", path.c_str());
+        return rewriteFailed(operation);
+    }
     const Moves moves = movesOf(insertions);
+    if (!mayMove(moves)) {
+        return rewriteFailed(operation);
+    }
     std::map<const BOX*, long long> changes;
-    bool sound = mayMove(moves);
     for (const Insertion& insertion : insertions) {
-        if (sound && !liesWithin(insertion, root->boxSize)) {
-            Console::err(L"MP4: %ls: the boxes to be changed do not lie within one another.\n", path.c_str());
-            sound = false;
-        }
         for (const BOX* box = insertion.grown; box != nullptr; box = box->parent) {
             changes[box] += insertion.change();
         }
     }
-    if (!sound) {
-        return rewriteFailed(operation);
-    }
     std::vector<Resizing> boxes;
     for (const auto& [box, change] : changes) {
-        boxes.push_back({box, box->offset + static_cast<uint64_t>(moves.at(box->offset)), change});
+        boxes.push_back({box, shifted(box->offset, moves.at(box->offset)), change});
     }
     return modifyContainer(
         operation,
@@ -268,6 +268,9 @@ bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& 
         },
         [&](Container&, BinFile& file) { return resize(file, boxes); },
         [&](Container& written, BinFile& file) {
+            if (reachedOffsets != nullptr) {
+                *reachedOffsets = true;
+            }
             return correctOffsets(written, file, moves, mediaMovesAsOne(moves));
         });
 }
@@ -275,8 +278,8 @@ bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& 
 bool Container::mayMove(const Moves& moves) const {
     uint64_t length = 0;
     open([&length](const FileIO& file) { length = file.length(); });
-    if (length != root->boxSize) {
-        Console::err(L"MP4: %ls is not as long as it was when it was parsed.\n", path.c_str());
+    if (unreadable || length != root->boxSize) {
+        Console::err(L"MP4: %ls is not what was parsed of it.\n", path.c_str());
         return false;
     }
     bool fragmented = false;

@@ -94,18 +94,32 @@ uint64_t FileIO::writeAll(const void* buffer, uint64_t count) {
 
 namespace MP4 {
 
-namespace {
+ParseAllowance::ParseAllowance(uint64_t length)
+    : headers(length + 512), contents(2 * length), zeros(uint64_t{16} << 20) {}
 
-uint64_t memoryFor(uint64_t length) {
-    constexpr uint64_t always = uint64_t{48} << 20;
-    constexpr uint64_t perByte = 12;
-    return length > (~uint64_t{0} - always) / perByte ? ~uint64_t{0} : perByte * length + always;
+bool ParseAllowance::takeHeader(uint64_t bytes) {
+    if (bytes > headers) {
+        return false;
+    }
+    headers -= bytes;
+    return true;
 }
 
-} // namespace
+uint64_t ParseAllowance::takeContents(uint64_t claimed, uint64_t there) {
+    const uint64_t real = std::min(claimed, there);
+    if (!keepContents || real > contents) {
+        return 0;
+    }
+    contents -= real;
+    const uint64_t missing = claimed - real;
+    if (missing > zeros) {
+        return real;
+    }
+    zeros -= missing;
+    return claimed;
+}
 
-BinFile::BinFile(Brisa::FileIO& file)
-    : FileIO(file), boxesLeft(file.length() / 8 + 64), memoryLeft(memoryFor(file.length())) {}
+BinFile::BinFile(Brisa::FileIO& file) : FileIO(file), allowance(length()) {}
 
 BinFile::~BinFile() {
     descriptor = 0;
@@ -120,14 +134,6 @@ void BinFile::readBytes(void* destination, uint64_t count) {
 uint64_t BinFile::available() const {
     const uint64_t end = std::min(limit, length());
     return end > position() ? end - position() : 0;
-}
-
-bool BinFile::takeMemory(uint64_t bytes) {
-    if (bytes > memoryLeft) {
-        return false;
-    }
-    memoryLeft -= bytes;
-    return true;
 }
 
 template <class Integer>

@@ -109,6 +109,23 @@ std::wstring mbs2wcs(const std::string& text);
 
 namespace MP4 {
 
+/// What a parse may take in. An honest file comes near none of these; they keep a file whose boxes
+/// overlap, or whose sizes and counts lie, from costing more than its length is worth.
+struct ParseAllowance {
+    explicit ParseAllowance(uint64_t length);
+
+    uint64_t headers;  ///< bytes of box headers: at first the file's length, and 512
+    uint64_t contents; ///< bytes of payloads, tables and names: at first twice the file's length
+    uint64_t zeros;    ///< bytes that stand for contents that a box promises and lacks: at first 16 MiB
+    /// Whether contents are kept at all.
+    bool keepContents = true;
+
+    /// Takes `bytes` for a header; false when they are not left.
+    bool takeHeader(uint64_t bytes);
+    /// How many of `claimed` bytes may be kept, of which `there` can be read; they are taken.
+    uint64_t takeContents(uint64_t claimed, uint64_t there);
+};
+
 /// The view of an open file through which boxes are parsed and patched.
 ///
 /// It borrows the descriptor of the handle it is made from, which must outlive it, and adds the
@@ -122,14 +139,7 @@ public:
     ~BinFile() override;
 
     uint64_t limit = ~uint64_t{0}; ///< file offset at which reading stops
-
-    /// What a parse of this file may still cost; no honest file comes near it. It keeps a file whose
-    /// boxes overlap, or whose counts lie, from costing more than it is worth.
-    uint64_t boxesLeft;  ///< at first one for every 8 bytes of the file, and 64
-    uint64_t memoryLeft; ///< bytes; at first 12 for every byte of the file, and 48 MiB
-
-    /// Whether parsers keep the payloads of `uuid` boxes and the entries of sample tables.
-    bool keepContents = true;
+    ParseAllowance allowance;
 
     /// Big-endian numbers; 0 when they do not fit before the limit.
     uint8_t read8();
@@ -142,8 +152,6 @@ public:
     [[nodiscard]] bool fits(uint64_t count) const { return count <= limit && position() <= limit - count; }
     /// The bytes that are really there to be read: up to the limit or the end of the file.
     [[nodiscard]] uint64_t available() const;
-    /// Takes `bytes` of `memoryLeft`; false, and nothing taken, when less is left.
-    bool takeMemory(uint64_t bytes);
 
     /// Writes a big-endian number at the position; whether all of it was written.
     bool write32(uint32_t value);

@@ -76,8 +76,10 @@ FileIO::~FileIO() {
 
 uint64_t FileIO::length() const {
     struct stat status {};
-    faulty = faulty || ::fstat(descriptor, &status) != 0;
-    return isOpen() ? static_cast<uint64_t>(status.st_size) : 0;
+    if (isOpen() && ::fstat(descriptor, &status) != 0) {
+        faulty = true;
+    }
+    return static_cast<uint64_t>(status.st_size);
 }
 
 uint64_t FileIO::read(void* buffer, uint64_t count) {
