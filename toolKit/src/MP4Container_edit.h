@@ -72,8 +72,9 @@ struct Resizing {
     long long change;
 };
 
-/// Writes the new sizes into the file. False, with a line on standard error and nothing written, when
-/// a field cannot hold its new size.
+/// Whether every size field can hold its new size; a line on standard error says which cannot.
+bool canResize(const std::vector<Resizing>& boxes);
+/// Writes the new sizes into the file, if all of them can be.
 bool resize(BinFile& file, const std::vector<Resizing>& boxes);
 
 /// Copies the bytes of `source` from `from` up to `to`; whether all of them were copied.

@@ -132,24 +132,26 @@ bool liesWithin(uint64_t from, uint64_t to, const BOX* around, uint64_t length) 
     return to <= length;
 }
 
-bool resize(BinFile& file, const std::vector<Resizing>& boxes) {
-    std::vector<uint64_t> sizes;
-    for (const auto& [box, offset, change] : boxes) {
+bool canResize(const std::vector<Resizing>& boxes) {
+    return std::all_of(boxes.begin(), boxes.end(), [](const Resizing& resizing) {
+        const BOX& box = *resizing.box;
         uint64_t size;
-        if (__builtin_add_overflow(box->boxSize, change, &size) || (!box->largeSize && size > UINT32_MAX)) {
+        const bool fits = !__builtin_add_overflow(box.boxSize, resizing.change, &size) &&
+                          (box.largeSize || size <= UINT32_MAX);
+        if (!fits) {
             Console::err(L"MP4: the size of %ls, changed by %lld, does not fit %u bits.\n",
-                         box->basicTag().c_str(), change, box->largeSize ? 64U : 32U);
-            return false;
+                         box.basicTag().c_str(), resizing.change, box.largeSize ? 64U : 32U);
         }
-        sizes.push_back(size);
-    }
-    bool written = true;
-    for (size_t i = 0; i < boxes.size() && written; ++i) {
-        BOX header(*boxes[i].box, nullptr);
-        header.offset = boxes[i].offset;
-        written = header.size(file, sizes[i]);
-    }
-    return written;
+        return fits;
+    });
+}
+
+bool resize(BinFile& file, const std::vector<Resizing>& boxes) {
+    return canResize(boxes) && std::all_of(boxes.begin(), boxes.end(), [&file](const Resizing& resizing) {
+               BOX header(*resizing.box, nullptr);
+               header.offset = resizing.offset;
+               return header.size(file, shifted(header.boxSize, resizing.change));
+           });
 }
 
 bool copyStretch(BinFile& source, BinFile& destination, uint64_t from, uint64_t to) {
