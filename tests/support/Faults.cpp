@@ -19,6 +19,7 @@ test::Fault armed = test::Fault::error;
 int callsLeft = 0; ///< 0: no fault is armed
 bool reached = false;
 bool diskFull = false;
+bool flushed = false; ///< no write since the last flush
 
 /// Whether this is the call that fails.
 bool fails() {
@@ -63,6 +64,7 @@ ssize_t __wrap_read(int file, void* bytes, size_t count) {
     return fails() ? error() : __real_read(file, bytes, count);
 }
 ssize_t __wrap_write(int file, const void* bytes, size_t count) {
+    flushed = false;
     if (fails()) {
         return error();
     }
@@ -85,6 +87,7 @@ int __wrap_ftruncate(int file, off_t size) {
     return fails() ? error() : __real_ftruncate(file, size);
 }
 int __wrap_fsync(int file) {
+    flushed = true;
     return fails() ? error() : __real_fsync(file);
 }
 int __wrap_fchmod(int file, mode_t mode) {
@@ -94,6 +97,7 @@ int __wrap_fstat(int file, struct stat* status) {
     return fails() ? error() : __real_fstat(file, status);
 }
 int __wrap_rename(const char* from, const char* to) {
+    EXPECT_TRUE(flushed) << "a file takes the place of another before it is on the disk";
     return fails() ? error() : __real_rename(from, to);
 }
 }

@@ -58,6 +58,14 @@ uint64_t BOX::end() const {
     return boxSize > ~uint64_t{0} - offset ? ~uint64_t{0} : offset + boxSize;
 }
 
+uint64_t BOX::wholeEnd(uint64_t length) const {
+    uint64_t whole = length;
+    for (const BOX* around = this; around != nullptr; around = around->parent) {
+        whole = std::min(whole, around->end());
+    }
+    return whole;
+}
+
 void BOX::enter(BinFile& file, uint64_t limit) const {
     file.limit = std::min(end(), limit);
 }

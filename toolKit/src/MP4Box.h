@@ -69,6 +69,9 @@ public:
     [[nodiscard]] uint64_t headerSize() const { return largeSize ? 16 : 8; }
     /// File offset just behind the box as its header declares it; 2^64 - 1 where that does not fit.
     [[nodiscard]] uint64_t end() const;
+    /// File offset behind the last byte that belongs to this box, to every box around it and to a file
+    /// of `length` bytes.
+    [[nodiscard]] uint64_t wholeEnd(uint64_t length) const;
 
     /// Rewrites the size in the file's header, in the form that the header has, and restores the
     /// file's position. The object keeps its size. Returns whether it was written.

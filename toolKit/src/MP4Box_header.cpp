@@ -20,12 +20,12 @@ uint32_t readWhole(BinFile& file) {
     return static_cast<uint32_t>(fixed / 65536);
 }
 
-/// Always true, as the headers promise; a box that ends before the field is left alone.
+/// Always true, as the headers promise; a box that has no room for the field is left alone.
 bool writeCreationTime(const BOX& header, uint8_t version, BinFile& file, uint64_t time) {
     constexpr uint64_t versionAndFlags = 4;
     const uint64_t field = header.offset + header.headerSize() + versionAndFlags;
     const uint64_t width = version == 1 ? 8 : 4;
-    if (header.end() >= field + width) {
+    if (header.wholeEnd(file.length()) >= field + width) {
         const uint64_t back = file.position();
         if (file.seek_set(field)) {
             width == 8 ? file.write64(time) : file.write32(time & 0xFFFFFFFF);

@@ -88,10 +88,11 @@ void Container::parse(BinFile& file, unsigned long long limit) {
     root->depth = -1;
     root->parseBox(file, limit);
 
-    unreadable = file.failed();
-    if (unreadable) {
+    if (file.failed()) {
         Console::err(L"MP4: reading %ls failed.\n", path.c_str());
     }
+    partial = file.failed() || file.allowance.exceeded;
+    parsed = file.identity();
 
     moov = static_cast<MOOV*>(root->first("moov"));
     mdat = static_cast<MDAT*>(root->first("mdat"));
@@ -127,12 +128,35 @@ void Container::dump() const {
     }
 }
 
+bool Container::reserves(const Brisa::FileIO& file) const {
+    if (partial) {
+        Console::err(L"MP4: %ls could not be parsed whole.\n", path.c_str());
+        return false;
+    }
+    if (!file.lock()) {
+        Console::err(L"MP4: %ls is being edited by somebody else.\n", path.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool Container::describes(const Brisa::FileIO& file) const {
+    const bool same = root != nullptr && file.identity() == parsed && root->boxSize == parsed.length;
+    if (!same) {
+        Console::err(L"MP4: %ls is not what was parsed of it.\n", path.c_str());
+    }
+    return same && reserves(file);
+}
+
 bool Container::append(std::function<bool(Brisa::FileIO&)> write) const {
     bool appended = false;
     open_a([&](Brisa::FileIO& file) {
         BinFile view(file);
+        if (!reserves(file)) {
+            return;
+        }
         const Tail tail = walkToTail(view);
-        if (unreadable || view.failed()) {
+        if (view.failed()) {
             Console::err(L"MP4: reading %ls failed.\n", path.c_str());
             return;
         }

@@ -46,9 +46,10 @@ public:
     bool attach(const std::wstring& path, unsigned long long limit = ~0ULL);
     /// Makes a new tree from a file that stands at offset 0.
     void parse(BinFile& file, unsigned long long limit);
-    /// Whether the system failed to read the file while it was parsed (a line on standard error says
-    /// so): boxes may be missing from the tree, and no edit is made on the strength of it.
-    [[nodiscard]] bool incomplete() const { return unreadable; }
+    /// Whether boxes may be missing from the tree: the system failed to read the file (a line on
+    /// standard error says so), or the file has more boxes than its length allows. No edit is made on
+    /// the strength of such a tree.
+    [[nodiscard]] bool incomplete() const { return partial; }
 
     /// Runs NestedBox::find() on the root; finds nothing before the first parse.
     void find(const char* boxPath, std::function<bool(BOX&)> predicate) const;
@@ -77,8 +78,9 @@ public:
     // new file; what it pointed to keeps the old content. Other hard links keep it too.
     //
     // With `outputPath` the new file stays under that path, the old one stays as it is, and the
-    // container turns to the new one; after a failure the output file is gone. An output path that
-    // names the container's own file is refused.
+    // container turns to the new one; after a failure the output file is gone. A path for the new file
+    // under which there is something else than a plain file of that one name is refused; so is one that
+    // names the container's own file. Only one edit of a file is made at a time: a second one fails.
     //
     // The reason of a failure is told on standard error where the toolkit knows it. Every edit,
     // successful or not, ends with an attach(), so box pointers taken before it are invalid.
@@ -91,8 +93,8 @@ public:
     /// Rewrites the file in three steps, each of which tells whether to go on:
     /// - `copy` gets the old file, the new (empty) one and a number, which it sets to the offset from
     ///   which the new file cannot be parsed yet (its end, if all of it can);
-    /// - `first` gets a container that has parsed the new file up to that offset, and the new file
-    ///   open for reading and writing; it corrects the sizes of boxes;
+    /// - `first` gets a container that has parsed the new file up to that offset (keeping no contents),
+    ///   and the new file open for reading and writing; it corrects the sizes of boxes;
     /// - `second` gets the same container with the whole new file parsed; it corrects chunk offsets.
     ///
     /// On failure prints "Container::modifyContainer::%ls(%ls to %ls) failed.\n" with the operation,
@@ -103,7 +105,8 @@ public:
                          std::function<bool(Container&, BinFile&)> second);
 
     /// A rewrite that copies the file and puts what `write` writes right behind `box`, or in its
-    /// place. Sizes and chunk offsets are left to the two steps.
+    /// place. Sizes and chunk offsets are left to the two steps. Refused when there are movie fragments
+    /// behind the box, whose offsets nothing corrects.
     bool insertBox(const wchar_t* operation, BOX& box, bool replace, std::function<bool(BinFile&)> write,
                    std::function<bool(Container&, BinFile&)> first,
                    std::function<bool(Container&, BinFile&)> second);
@@ -125,7 +128,7 @@ public:
     /// Rewrites the file with `moov` directly ahead of the first `mdat`; everything else keeps its
     /// order, bytes behind the last box included. The chunk offsets that point into what moved grow
     /// by the size of `moov`. False when `moov` is ahead already or there is nothing to move (the file
-    /// is not touched, nothing is printed), when the last box is cut off, or when the rewrite fails.
+    /// is not touched, nothing is printed), when a box is cut off, or when the rewrite fails.
     bool moovFirst();
     /// Whether an `mdat` comes before any `moov` at the top level.
     [[nodiscard]] bool isMdatFirst() const;
@@ -161,30 +164,36 @@ public:
     bool appendFullRangeAndConstrainedSet1Flag(bool fullRange);
 
 private:
-    bool unreadable = false;
+    bool partial = false;
+    Brisa::FileIO::Identity parsed; ///< the file that the tree describes
 
     /// Rewrites the file with the insertions, which are in file order. All that follows from them is
-    /// done here: sizes up the enclosing boxes, chunk offsets, a spatial-data block that moves. An
-    /// edit that would move bytes of a movie fragment is refused, since absolute offsets in it would
-    /// not be corrected, and so is one of boxes that do not lie within one another.
+    /// done here: sizes up the enclosing boxes, chunk offsets, a spatial-data block that moves. Refused
+    /// before anything is written: boxes that do not lie within one another, and media data that would
+    /// move although not all that points to it can be found and corrected.
     /// `reachedOffsets`, if given, is set when only the chunk offsets are left to be corrected.
     bool rewrite(const wchar_t* operation, const std::vector<Insertion>& insertions,
                  bool* reachedOffsets = nullptr);
-    /// rewrite()'s last step: corrects, in the new file, what points into the bytes that moved.
+    /// The last step of a rewrite: corrects, in the new file, what points into the bytes that moved.
     bool correctOffsets(Container& written, BinFile& file, const Moves& moves, bool everyChunkMoves) const;
     bool correctSpatialOffsets(Container& written, BinFile& file, const Moves& moves) const;
     /// Whether all media data moves by the same distance.
     [[nodiscard]] bool mediaMovesAsOne(const Moves& moves) const;
-    /// Whether the tree still describes the file, and no movie fragment moves; says why not.
-    [[nodiscard]] bool mayMove(const Moves& moves) const;
-    /// Whether the tree still describes the file and the box lies within those around it; says so if not.
+    /// Whether all that points into the bytes that move can be corrected; says so if not.
+    [[nodiscard]] bool mayMove(const Moves& moves, bool everyChunkMoves) const;
+    [[nodiscard]] bool movesFragments(const Moves& moves) const;
+    /// Whether this edit gets the file to itself, and there is a tree to go by; says so if not.
+    [[nodiscard]] bool reserves(const Brisa::FileIO& file) const;
+    /// The same, and whether the tree describes this very file, and all of it.
+    [[nodiscard]] bool describes(const Brisa::FileIO& file) const;
+    /// Whether the tree describes the file and the box lies within those around it; says so if not.
     [[nodiscard]] bool mayPatch(const BinFile& file, const BOX& box) const;
     /// The strategies of appendFullRangeAndConstrainedSet1Flag() that write into the file as it stands.
     bool overwriteAvcC(const BOX& avcC, const ByteArray& newBox);
     bool overwriteUpToUdta(const BOX& avcC, const ByteArray& newBox, const BOX& udta);
     [[nodiscard]] std::wstring newFilePath() const;
-    /// Prints the line of a failed rewrite; false.
-    bool rewriteFailed(const wchar_t* operation) const;
+    /// Ends a rewrite that failed: prints its line and attaches again; false.
+    bool rewriteFailed(const wchar_t* operation);
 };
 
 /// Shifts every entry of one chunk-offset table by `change` bytes: an STCO of 32-bit entries or a CO64

@@ -80,6 +80,8 @@ bool resize(BinFile& file, const std::vector<Resizing>& boxes);
 /// Copies the bytes of `source` from `from` up to `to`; whether all of them were copied.
 bool copyStretch(BinFile& source, BinFile& destination, uint64_t from, uint64_t to);
 
+enum class Pass { check, write };
+
 /// The chunk-offset tables of one or more tracks.
 class ChunkOffsets {
 public:
@@ -90,8 +92,12 @@ public:
     /// Moves every entry, in the file, along with the bytes that it points to. False, with a line on
     /// standard error and nothing written, when one of them would leave the range of its field.
     [[nodiscard]] bool shift(BinFile& file, const Moves& moves) const;
+    /// Whether shift() would succeed.
+    [[nodiscard]] bool canShift(BinFile& file, const Moves& moves) const;
 
 private:
+    [[nodiscard]] bool goThrough(BinFile& file, const Moves& moves, Pass pass) const;
+
     std::vector<const STCO*> narrow;
     std::vector<const STCO*> wide;
 };

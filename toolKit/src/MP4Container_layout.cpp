@@ -33,18 +33,19 @@ bool Container::moovFirst() {
     if (moov == nullptr || !isMdatFirst()) {
         return false;
     }
-    Moves moves;
-    moves.add(mdat->offset, moov->offset, static_cast<long long>(moov->boxSize));
     const bool cutOff = root->children.back()->end() > root->boxSize || moov->boxSize < moov->headerSize();
     if (cutOff) {
         Brisa::Console::err(L"MP4: %ls: a box is cut off.\n", path.c_str());
-    }
-    if (cutOff || !mayMove(moves)) {
         return rewriteFailed(operation);
     }
+    Moves moves;
+    moves.add(mdat->offset, moov->offset, static_cast<long long>(moov->boxSize));
     const auto mediaBoxes = std::count_if(root->children.begin(), root->children.end(),
                                           [](const auto& box) { return box->tag == fourcc("mdat"); });
     const bool everyChunkMoves = mediaBoxes == 1 && mdat->end() == moov->offset;
+    if (!mayMove(moves, everyChunkMoves)) {
+        return rewriteFailed(operation);
+    }
 
     return modifyContainer(
         operation,
@@ -69,8 +70,8 @@ bool Container::updateTimeStamp(unsigned long long time) {
     bool updated = false;
     open_a([&](Brisa::FileIO& handle) {
         BinFile file(handle);
-        updated = true;
-        if (root == nullptr) {
+        updated = describes(handle);
+        if (!updated) {
             return;
         }
         if (BOX* const header = root->first("moov.mvhd")) {

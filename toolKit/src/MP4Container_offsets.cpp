@@ -1,4 +1,4 @@
-// The one place that corrects chunk offsets.
+// The one place that knows what points into the media data, and corrects it.
 
 #include <algorithm>
 
@@ -13,15 +13,6 @@ namespace {
 
 constexpr const char* movieTables = "moov.trak.mdia.minf.stbl";
 constexpr const char* spatialTables = "uuid.ZATR.mdia.minf.stbl";
-
-/// File offset behind the last byte that belongs to the box and to all boxes around it.
-uint64_t wholeEnd(const BOX& box, uint64_t length) {
-    uint64_t end = length;
-    for (const BOX* around = &box; around != nullptr; around = around->parent) {
-        end = std::min(end, around->end());
-    }
-    return end;
-}
 
 /// Shifts the entries in `block`; false when one would leave its range.
 template <class Entry>
@@ -41,17 +32,18 @@ bool shiftBlock(std::vector<uint8_t>& block, const Moves& moves) {
     return true;
 }
 
-enum class Pass { check, write };
-
-/// Goes through one table block by block. Entries beyond the end of the box, or of a box around it,
-/// are none, whatever the count says.
+/// Goes through one table block by block. False when its count promises more entries than its box, and
+/// every box around it, has room for.
 template <class Entry>
 bool shiftTable(BinFile& file, const STCO& table, const Moves& moves, Pass pass) {
     constexpr uint64_t blockBytes = 65536;
-    const uint64_t end = wholeEnd(table, file.length());
-    const uint64_t room = end > table.tableOffset ? (end - table.tableOffset) / sizeof(Entry) : 0;
-    const uint64_t bytes = std::min<uint64_t>(table.entryCount, room) * sizeof(Entry);
-
+    const uint64_t end = table.wholeEnd(file.length());
+    const uint64_t bytes = table.entryCount * sizeof(Entry);
+    if (table.tableOffset > end || bytes > end - table.tableOffset) {
+        Brisa::Console::err(L"MP4: %ls has no room for its %u entries.\n", table.basicTag().c_str(),
+                            table.entryCount);
+        return false;
+    }
     std::vector<uint8_t> block;
     for (uint64_t done = 0; done < bytes; done += block.size()) {
         block.resize(std::min(blockBytes, bytes - done));
@@ -64,7 +56,66 @@ bool shiftTable(BinFile& file, const STCO& table, const Moves& moves, Pass pass)
             return false;
         }
     }
-    return !file.failed(); // or the end of the table is not what it seemed to be
+    return true;
+}
+
+/// How deep a box of this type lies on the way from `moov` to the chunk offsets; 0 if it does not.
+size_t levelOf(uint32_t tag) {
+    switch (tag) {
+    case fourcc("trak"):
+        return 1;
+    case fourcc("mdia"):
+        return 2;
+    case fourcc("minf"):
+        return 3;
+    case fourcc("stbl"):
+        return 4;
+    case fourcc("stco"):
+    case fourcc("co64"):
+        return 5;
+    default:
+        return 0;
+    }
+}
+
+/// Whether a box on that way is as it should be: its children fill it, but for less than a header, and
+/// those of the way are in the right place.
+bool isSound(const NestedBox& box) {
+    constexpr uint64_t headerBytes = 8;
+    const size_t inside = levelOf(box.tag) + 1;
+    const uint64_t reached =
+        box.children.empty() ? box.offset + box.headerSize() : box.children.back()->end();
+    const bool inPlace = std::all_of(box.children.begin(), box.children.end(), [inside](const auto& child) {
+        return levelOf(child->tag) == 0 || levelOf(child->tag) == inside;
+    });
+    const bool hasTable =
+        box.tag != fourcc("stbl") || box.first("stco") != nullptr || box.first("co64") != nullptr;
+    return reached <= box.end() && box.end() - reached < headerBytes && inPlace && hasTable;
+}
+
+/// Whether all that points into the media data is known. A box that ends too soon or too late, or holds
+/// what belongs elsewhere, may hide a table from this reader and not from another.
+bool pointersAreKnown(const NestedBox& root) {
+    for (const char* const path : {"meta.iloc", "moov.trak.mdia.minf.stbl.saio"}) {
+        if (const BOX* const other = root.first(path)) {
+            Brisa::Console::err(L"MP4: %ls holds offsets that cannot be corrected.\n",
+                                other->basicTag().c_str());
+            return false;
+        }
+    }
+    const BOX* damaged = nullptr;
+    for (const char* const path :
+         {"moov", "moov.trak", "moov.trak.mdia", "moov.trak.mdia.minf", movieTables}) {
+        root.find(path, [&damaged](const BOX& box) {
+            damaged = isSound(static_cast<const NestedBox&>(box)) ? damaged : &box;
+            return true;
+        });
+    }
+    if (damaged != nullptr) {
+        Brisa::Console::err(L"MP4: %ls is damaged: not all that points to the media data can be found.\n",
+                            damaged->basicTag().c_str());
+    }
+    return damaged == nullptr;
 }
 
 } // namespace
@@ -93,16 +144,19 @@ ChunkOffsets::ChunkOffsets(const NestedBox& top, const std::string& path) {
     top.find((path + ".co64").c_str(), collectInto(wide));
 }
 
+bool ChunkOffsets::canShift(BinFile& file, const Moves& moves) const {
+    return goThrough(file, moves, Pass::check);
+}
+
 bool ChunkOffsets::shift(BinFile& file, const Moves& moves) const {
-    const auto go = [&](Pass pass) {
-        return std::all_of(
-                   narrow.begin(), narrow.end(),
-                   [&](const STCO* table) { return shiftTable<uint32_t>(file, *table, moves, pass); }) &&
-               std::all_of(wide.begin(), wide.end(), [&](const STCO* table) {
-                   return shiftTable<uint64_t>(file, *table, moves, pass);
-               });
-    };
-    return go(Pass::check) && go(Pass::write);
+    return goThrough(file, moves, Pass::check) && goThrough(file, moves, Pass::write);
+}
+
+bool ChunkOffsets::goThrough(BinFile& file, const Moves& moves, Pass pass) const {
+    return std::all_of(narrow.begin(), narrow.end(),
+                       [&](const STCO* table) { return shiftTable<uint32_t>(file, *table, moves, pass); }) &&
+           std::all_of(wide.begin(), wide.end(),
+                       [&](const STCO* table) { return shiftTable<uint64_t>(file, *table, moves, pass); });
 }
 
 template <class Table, class Entry>
@@ -130,6 +184,39 @@ bool Container::modifySTCOIndexImpl(const std::string& sampleTablePath, BinFile&
     }
     const ChunkOffsets offsets(*root, sampleTablePath);
     return !offsets.empty() && offsets.shift(file, Moves::everything(change));
+}
+
+bool Container::mediaMovesAsOne(const Moves& moves) const {
+    return std::all_of(root->children.begin(), root->children.end(), [&](const auto& box) {
+        return box->tag != fourcc("mdat") || moves.at(box->offset) == moves.at(mdat->offset);
+    });
+}
+
+bool Container::movesFragments(const Moves& moves) const {
+    const auto& boxes = root->children;
+    const bool moved =
+        std::any_of(boxes.begin(), boxes.end(), [](const auto& box) { return box->tag == fourcc("moof"); }) &&
+        std::any_of(boxes.begin(), boxes.end(), [&](const auto& box) {
+            return (box->tag == fourcc("moof") || box->tag == fourcc("mdat")) && moves.at(box->offset) != 0;
+        });
+    if (moved) {
+        Brisa::Console::err(L"MP4: %ls has movie fragments, which must stay where they are.\n", path.c_str());
+    }
+    return moved;
+}
+
+bool Container::mayMove(const Moves& moves, bool everyChunkMoves) const {
+    bool may = false;
+    open([&](Brisa::FileIO& handle) {
+        BinFile file(handle);
+        const bool mediaMoves = !mediaMovesAsOne(moves) || (mdat != nullptr && moves.at(mdat->offset) != 0);
+        may = describes(handle) && !movesFragments(moves) &&
+              (!mediaMoves ||
+               (pointersAreKnown(*root) &&
+                ChunkOffsets(*root, movieTables)
+                    .canShift(file, everyChunkMoves ? Moves::everything(moves.at(mdat->offset)) : moves)));
+    });
+    return may;
 }
 
 bool Container::correctOffsets(Container& written, BinFile& file, const Moves& moves,

@@ -42,7 +42,7 @@ public:
         bool settled = false;
         FileIO::open_a(path,
                        [&](const FileIO& file) { settled = file.adoptPermissions(oldFile) && file.sync(); });
-        if (!settled || !FileIO::rename(path, old)) {
+        if (!settled || !oldFile.isFileAt(old) || !FileIO::rename(path, old)) {
             Console::err(L"MP4: %ls cannot take the place of %ls.\n", path.c_str(), old.c_str());
             return false;
         }
@@ -57,11 +57,6 @@ public:
 private:
     bool exists = false;
 };
-
-/// Whether the system gets to see the whole path. A longer one is cut, and would name another file.
-bool reachesTheSystem(const std::wstring& path) {
-    return Brisa::wchar::mbs2wcs(Brisa::wchar::wcs2mbs(path)) == path;
-}
 
 bool patch(Container& written, const std::function<bool(Container&, BinFile&)>& step) {
     bool patched = false;
@@ -122,7 +117,7 @@ Insertion inPlaceOf(BOX& child, const ByteArray& bytes) {
 }
 
 bool liesWithin(uint64_t from, uint64_t to, const BOX* around, uint64_t length) {
-    for (; around != nullptr; around = around->parent) {
+    for (; around != nullptr && around->depth >= 0; around = around->parent) {
         if (from < around->offset + around->headerSize() || from > to || to > around->end()) {
             return false;
         }
@@ -137,9 +132,9 @@ bool canResize(const std::vector<Resizing>& boxes) {
         const BOX& box = *resizing.box;
         uint64_t size;
         const bool fits = !__builtin_add_overflow(box.boxSize, resizing.change, &size) &&
-                          (box.largeSize || size <= UINT32_MAX);
+                          size >= box.headerSize() && (box.largeSize || size <= UINT32_MAX);
         if (!fits) {
-            Console::err(L"MP4: the size of %ls, changed by %lld, does not fit %u bits.\n",
+            Console::err(L"MP4: the size of %ls, changed by %lld, does not fit its %u bits.\n",
                          box.basicTag().c_str(), resizing.change, box.largeSize ? 64U : 32U);
         }
         return fits;
@@ -162,9 +157,10 @@ std::wstring Container::newFilePath() const {
     return outputPath != nullptr ? outputPath : path + temporarySuffix;
 }
 
-bool Container::rewriteFailed(const wchar_t* operation) const {
+bool Container::rewriteFailed(const wchar_t* operation) {
     Console::out(L"Container::modifyContainer::%ls(%ls to %ls) failed.\n", operation, path.c_str(),
                  newFilePath().c_str());
+    attach(path);
     return false;
 }
 
@@ -172,7 +168,7 @@ bool Container::modifyContainer(const wchar_t* operation, std::function<bool(Bin
     bool modified = false;
     open_a([&](FileIO& file) {
         BinFile view(file);
-        modified = edit(view);
+        modified = reserves(file) && edit(view);
     });
     if (!modified) {
         Console::out(L"Container::modifyContainer::%ls(%ls) failed.\n", operation, path.c_str());
@@ -188,9 +184,11 @@ bool Container::modifyContainer(const wchar_t* operation,
     NewFile newFile(newFilePath());
     bool rewritten = false;
     open([&](FileIO& file) {
-        if (file.isFileAt(newFile.path) || (outputPath == nullptr && !reachesTheSystem(newFile.path))) {
-            Console::err(L"MP4: %ls is no name for a file beside the one that it is made from.\n",
-                         newFile.path.c_str());
+        if (!FileIO::isFree(newFile.path) || file.isFileAt(newFile.path)) {
+            Console::err(L"MP4: %ls is no place for a new file.\n", newFile.path.c_str());
+            return;
+        }
+        if (!reserves(file)) {
             return;
         }
         BinFile source(file);
@@ -205,14 +203,15 @@ bool Container::modifyContainer(const wchar_t* operation,
                     (outputPath != nullptr || newFile.replace(file, path));
     });
     if (!rewritten) {
-        rewriteFailed(operation);
-    } else if (outputPath != nullptr) {
+        return rewriteFailed(operation);
+    }
+    if (outputPath != nullptr) {
         newFile.keep();
         path = newFile.path;
         outputPath = nullptr;
     }
     attach(path);
-    return rewritten;
+    return true;
 }
 
 bool Container::insertBox(const wchar_t* operation, BOX& box, bool replace,
@@ -224,6 +223,11 @@ bool Container::insertBox(const wchar_t* operation, BOX& box, bool replace,
                                              .size = 0, // known to `write` and the steps alone
                                              .grown = nullptr,
                                              .write = std::move(write)}};
+    Moves moves;
+    moves.add(box.end(), Moves::toTheEnd, 1); // how far is not known yet
+    if (movesFragments(moves)) {
+        return rewriteFailed(operation);
+    }
     return modifyContainer(
         operation,
         [&](BinFile& source, BinFile& destination, unsigned long long& insertionOffset) {
@@ -250,12 +254,13 @@ bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& 
         return rewriteFailed(operation);
     }
     const Moves moves = movesOf(insertions);
-    if (!mayMove(moves)) {
+    const bool everyChunkMoves = mediaMovesAsOne(moves);
+    if (!mayMove(moves, everyChunkMoves)) {
         return rewriteFailed(operation);
     }
     std::map<const BOX*, long long> changes;
     for (const Insertion& insertion : insertions) {
-        for (const BOX* box = insertion.grown; box != nullptr; box = box->parent) {
+        for (const BOX* box = insertion.grown; box != nullptr && box != root.get(); box = box->parent) {
             changes[box] += insertion.change();
         }
     }
@@ -273,33 +278,8 @@ bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& 
             if (reachedOffsets != nullptr) {
                 *reachedOffsets = true;
             }
-            return correctOffsets(written, file, moves, mediaMovesAsOne(moves));
+            return correctOffsets(written, file, moves, everyChunkMoves);
         });
-}
-
-bool Container::mayMove(const Moves& moves) const {
-    uint64_t length = 0;
-    open([&length](const FileIO& file) { length = file.length(); });
-    if (unreadable || length != root->boxSize) {
-        Console::err(L"MP4: %ls is not what was parsed of it.\n", path.c_str());
-        return false;
-    }
-    bool fragmented = false;
-    for (const auto& box : root->children) {
-        fragmented = fragmented || box->tag == fourcc("moof");
-        const bool holdsFragment = box->tag == fourcc("moof") || box->tag == fourcc("mdat");
-        if (fragmented && holdsFragment && moves.at(box->offset) != 0) {
-            Console::err(L"MP4: %ls has movie fragments, which must stay where they are.\n", path.c_str());
-            return false;
-        }
-    }
-    return true;
-}
-
-bool Container::mediaMovesAsOne(const Moves& moves) const {
-    return std::all_of(root->children.begin(), root->children.end(), [&](const auto& box) {
-        return box->tag != fourcc("mdat") || moves.at(box->offset) == moves.at(mdat->offset);
-    });
 }
 
 } // namespace MP4

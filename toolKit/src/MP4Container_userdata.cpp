@@ -123,7 +123,7 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
         return false;
     });
     if (newBox.empty()) {
-        return !unreadable;
+        return !partial;
     }
     if (newBox.size() == avcC->boxSize) {
         return overwriteAvcC(*avcC, newBox);
@@ -140,13 +140,12 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
 }
 
 bool Container::mayPatch(const BinFile& file, const BOX& box) const {
-    const bool sound = !unreadable && file.length() == root->boxSize &&
-                       liesWithin(box.offset, box.end(), box.parent, file.length());
-    if (!sound) {
-        Brisa::Console::err(L"MP4: %ls: %ls does not lie where it should.\n", path.c_str(),
+    const bool within = liesWithin(box.offset, box.end(), box.parent, root->boxSize);
+    if (!within) {
+        Brisa::Console::err(L"MP4: %ls: %ls does not lie within the boxes around it.\n", path.c_str(),
                             box.basicTag().c_str());
     }
-    return sound;
+    return within && describes(file);
 }
 
 bool Container::overwriteAvcC(const BOX& avcC, const ByteArray& newBox) {

@@ -98,11 +98,9 @@ ParseAllowance::ParseAllowance(uint64_t length)
     : headers(length + 512), contents(2 * length), zeros(uint64_t{16} << 20) {}
 
 bool ParseAllowance::takeHeader(uint64_t bytes) {
-    if (bytes > headers) {
-        return false;
-    }
-    headers -= bytes;
-    return true;
+    exceeded = exceeded || bytes > headers;
+    headers -= exceeded ? 0 : bytes;
+    return !exceeded;
 }
 
 uint64_t ParseAllowance::takeContents(uint64_t claimed, uint64_t there) {

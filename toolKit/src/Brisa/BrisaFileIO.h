@@ -70,12 +70,26 @@ public:
     bool adoptPermissions(const FileIO& other) const;
     /// Whether `other` names the file that this handle has open, by whatever link or spelling.
     [[nodiscard]] bool isFileAt(const std::wstring& other) const;
+    /// Keeps other handles, of this process or another, from locking the file as long as this one is
+    /// open. False when one of them has it; true as well where files cannot be locked.
+    [[nodiscard]] bool lock() const;
+    /// Which file it is, and how long: the same as long as none has taken its place.
+    struct Identity {
+        uint64_t device = 0;
+        uint64_t number = 0;
+        uint64_t length = 0;
+        bool operator==(const Identity&) const = default;
+    };
+    [[nodiscard]] Identity identity() const;
 
     /// rename() and unlink() of the system; true on success, nothing is printed.
     static bool rename(const std::wstring& from, const std::wstring& to);
     static bool unlink(const std::wstring& path);
     /// Whether the file can be opened for reading; if not, the line of the constructor is printed.
     static bool exist(const std::wstring& path);
+    /// Whether a file can be written under `path` without harm to another: the system gets to see the
+    /// whole path, and there is nothing yet, or a plain file under no other name.
+    static bool isFree(const std::wstring& path);
 
 protected:
     bool seek(int64_t distance, int whence, const wchar_t* failure);
@@ -117,8 +131,8 @@ struct ParseAllowance {
     uint64_t headers;  ///< bytes of box headers: at first the file's length, and 512
     uint64_t contents; ///< bytes of payloads, tables and names: at first twice the file's length
     uint64_t zeros;    ///< bytes that stand for contents that a box promises and lacks: at first 16 MiB
-    /// Whether contents are kept at all.
-    bool keepContents = true;
+    bool keepContents = true; ///< whether contents are kept at all
+    bool exceeded = false;    ///< whether there was a header too many
 
     /// Takes `bytes` for a header; false when they are not left.
     bool takeHeader(uint64_t bytes);

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,6 +23,7 @@ namespace {
 constexpr int noDescriptor = 0;
 constexpr mode_t newFilePermissions = 0644;
 constexpr mode_t permissionBits = 07777;
+constexpr mode_t accessBits = 0777; ///< without those that lend the owner's rights
 constexpr size_t conversionLimit = 2048;
 
 int flagsOf(int mode) {
@@ -75,11 +77,7 @@ FileIO::~FileIO() {
 }
 
 uint64_t FileIO::length() const {
-    struct stat status {};
-    if (isOpen() && ::fstat(descriptor, &status) != 0) {
-        faulty = true;
-    }
-    return static_cast<uint64_t>(status.st_size);
+    return identity().length;
 }
 
 uint64_t FileIO::read(void* buffer, uint64_t count) {
@@ -141,8 +139,29 @@ bool FileIO::adoptPermissions(const FileIO& other) const {
     }
     // Only a privileged process may give a file away; for any other the file is its own already.
     // The owner comes first, since changing it clears the set-user-ID bits.
-    [[maybe_unused]] const int given = ::fchown(descriptor, status.st_uid, status.st_gid);
-    return ::fchmod(descriptor, status.st_mode & permissionBits) == 0;
+    const bool given = ::fchown(descriptor, status.st_uid, status.st_gid) == 0;
+    return ::fchmod(descriptor, status.st_mode & (given ? permissionBits : accessBits)) == 0;
+}
+
+bool FileIO::lock() const {
+    return isOpen() && (::flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK);
+}
+
+FileIO::Identity FileIO::identity() const {
+    struct stat status {};
+    if (isOpen() && ::fstat(descriptor, &status) != 0) {
+        faulty = true;
+    }
+    return {status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size)};
+}
+
+bool FileIO::isFree(const std::wstring& path) {
+    const std::string name = wchar::wcs2mbs(path);
+    struct stat status {};
+    if (wchar::mbs2wcs(name) != path) {
+        return false;
+    }
+    return ::lstat(name.c_str(), &status) != 0 || (S_ISREG(status.st_mode) && status.st_nlink == 1);
 }
 
 bool FileIO::isFileAt(const std::wstring& other) const {
