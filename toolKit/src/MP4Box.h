@@ -462,7 +462,7 @@ struct SpatialData {
 /// XMP packet as text.
 class XMP : public UUID {
 public:
-    using UUID::UUID;
+    explicit XMP(const std::string& text) : UUID(text) { usertype = _UUID; }
     static constexpr Usertype _UUID{0xBE, 0x7A, 0xCF, 0xCB, 0x97, 0xA9, 0x42, 0xE8,
                                     0x9C, 0x71, 0x99, 0x94, 0x91, 0xE3, 0xAF, 0xAC};
 };
@@ -470,7 +470,7 @@ public:
 /// Axis data as text.
 class AXIS : public UUID {
 public:
-    using UUID::UUID;
+    explicit AXIS(const std::string& text) : UUID(text) { usertype = _UUID; }
     static constexpr Usertype _UUID{0x8E, 0x4E, 0x1F, 0x97, 0x81, 0xF3, 0x4D, 0x59,
                                     0x97, 0xB5, 0xFF, 0x05, 0xA2, 0x7C, 0xDB, 0x7B};
 };
@@ -478,7 +478,7 @@ public:
 /// Spherical-video metadata as XML text, a child of the video track.
 class SphericalXML : public UUID {
 public:
-    using UUID::UUID;
+    explicit SphericalXML(const std::string& text) : UUID(text) { usertype = _UUID; }
     static constexpr Usertype _UUID{0xFF, 0xCC, 0x82, 0x63, 0xF8, 0x55, 0x4A, 0x93,
                                     0x88, 0x14, 0x58, 0x7A, 0x02, 0x52, 0x1F, 0xDD};
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Brisa/BrisaConsole.h"
+#include "MP4Container_edit.h"
 
 namespace MP4 {
 
@@ -10,16 +11,9 @@ namespace {
 
 using Brisa::Console;
 
-/// The end of a file as a reader sees it that walks the top-level boxes.
-struct Tail {
-    uint64_t length;         ///< of the file
-    uint64_t reached = 0;    ///< where the walk ends
-    uint64_t lastOffset = 0; ///< of the last box
-    bool openEnded = false;  ///< whether the last box has a size field of 0
-};
-
 Tail walkToTail(BinFile& file) {
-    Tail tail{.length = file.length()};
+    Tail tail;
+    tail.length = file.length();
     NestedBox boxes(0, tail.length, fourcc("root"), nullptr);
     boxes.parseBox(file, tail.length);
     if (!boxes.children.empty()) {
@@ -33,26 +27,22 @@ Tail walkToTail(BinFile& file) {
     return tail;
 }
 
-/// Puts a file back to what it was, unless what was done to it is kept.
+/// Cuts a file back when it goes out of scope, unless what was appended is kept.
 class Undo {
 public:
-    Undo(BinFile& file_, const Tail& tail_) : file(file_), tail(tail_) {}
+    Undo(Brisa::FileIO& file_, const Tail& before_) : file(file_), before(before_) {}
     Undo(const Undo&) = delete;
     Undo& operator=(const Undo&) = delete;
     ~Undo() {
-        if (kept) {
-            return;
-        }
-        const bool cut = file.truncate(tail.length);
-        if (!cut || (tail.openEnded && !(file.seek_set(tail.lastOffset) && file.write32(0)))) {
-            Console::err(L"MP4: what was appended could not be taken back.\n");
+        if (!kept) {
+            cutBack(file, before);
         }
     }
     void keep() { kept = true; }
 
 private:
-    BinFile& file;
-    const Tail& tail;
+    Brisa::FileIO& file;
+    const Tail& before;
     bool kept = false;
 };
 
@@ -70,6 +60,14 @@ void warnIfUnreachable(const Tail& tail, const std::wstring& path) {
 }
 
 } // namespace
+
+void cutBack(Brisa::FileIO& file, const Tail& before) {
+    BinFile view(file);
+    const bool cut = file.truncate(before.length);
+    if (!cut || (before.openEnded && !(view.seek_set(before.lastOffset) && view.write32(0)))) {
+        Console::err(L"MP4: what was appended could not be taken back.\n");
+    }
+}
 
 bool Container::attach(const std::wstring& path_, unsigned long long limit) {
     return Brisa::FileIO::open(path_, [&](Brisa::FileIO& file) {
@@ -149,13 +147,18 @@ bool Container::describes(const Brisa::FileIO& file) const {
 }
 
 bool Container::append(std::function<bool(Brisa::FileIO&)> write) const {
+    Tail before;
+    return append(std::move(write), before);
+}
+
+bool Container::append(std::function<bool(Brisa::FileIO&)> write, Tail& tail) const {
     bool appended = false;
     open_a([&](Brisa::FileIO& file) {
         BinFile view(file);
         if (!reserves(file)) {
             return;
         }
-        const Tail tail = walkToTail(view);
+        tail = walkToTail(view);
         if (view.failed()) {
             Console::err(L"MP4: reading %ls failed.\n", path.c_str());
             return;
@@ -168,7 +171,7 @@ bool Container::append(std::function<bool(Brisa::FileIO&)> write) const {
                 path.c_str());
             return;
         }
-        Undo undo(view, tail);
+        Undo undo(file, tail);
         if (tail.openEnded &&
             !(view.seek_set(tail.lastOffset) && view.write32(static_cast<uint32_t>(lastSize)))) {
             return;

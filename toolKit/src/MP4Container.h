@@ -9,10 +9,14 @@
 #include "Brisa/BrisaFileIO.h"
 #include "MP4Box.h"
 
+class GPSInfo;
+
 namespace MP4 {
 
 class Moves;
+class SpatialSound;
 struct Insertion;
+struct Tail;
 
 /// One MP4 file: its path and the box tree parsed from it.
 ///
@@ -137,6 +141,40 @@ public:
     /// is not parsed again.
     bool updateTimeStamp(unsigned long long time);
 
+    // Location.
+
+    /// Builds the location boxes that the file does not have yet, in this order: `@xyz` (the text last
+    /// given to the record), `loci` and `©xyz`; without a `udta` to put them into, a new `udta` around
+    /// them. `udta` is set to the movie's own if there is one, else left as it is. False when nothing is
+    /// missing. The boxes are laid out in docs/boxes.md.
+    bool build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& position) const;
+    /// Adds the location boxes that are missing to the movie's `udta`, or a new `udta` to `moov`. When
+    /// all are there: "MP4: No location-boxes were appended.\n" and true. False without `moov` or `mdat`.
+    bool appendLocations(const GPSInfo& position);
+    /// Takes out the movie's first `loci` box if it has the malformed size of 28 bytes; true as well when
+    /// it has not.
+    bool removeBadLOCI();
+    /// Copies a complete `meta` box from `source` to the end of `moov`. When `moov` has a `meta` already:
+    /// "MP4: moov.meta(GPS) is existed.\n" and true. False when `moov` has fewer than 3 children.
+    bool appendGpsMeta(Brisa::FileIO& source, unsigned long long offset, unsigned long long size);
+
+    // Spherical video, XMP and axis: `uuid` boxes that carry a text, whose content is not examined. A text
+    // that a box with a 32-bit size cannot hold fails the edit.
+
+    /// Puts a spherical-video box with the XML into `out` and sets `existing` to the one that a track has
+    /// (the last one, if several have), else leaves it as it is. Always true.
+    bool build_sphericalVideoXmlBOX(BOX*& existing, ByteArray& out, const std::string& xml) const;
+    /// Puts the XML into the video track, as its last child or in the place of the spherical-video box
+    /// that a track has. False without `moov`, `mdat` or a video track.
+    bool appendSphericalVideoXML(const std::string& xml);
+    /// Both at once, in a single rewrite unless the order of the boxes forbids it: the location boxes if
+    /// latitude and longitude are valid, the XML if it is not empty.
+    bool appendLocationAndSphericalVideoXML(const GPSInfo& position, const std::string& xml);
+    /// Appends the text at the end of the file, see append(). When the file has a box of that kind
+    /// already: "MP4: XMP is existed.\n" or "MP4: AXIS is existed.\n" and true.
+    bool appendXMP(const std::string& packet);
+    bool appendAxis(const std::string& axis);
+
     // User data and H.264 flags.
 
     /// Puts `box`, a complete box (normally a `udta`), in the place of the movie's `udta`, or appends it
@@ -163,7 +201,28 @@ public:
     /// killed, or the disk fails for good, in the milliseconds between the first write and the last.
     bool appendFullRangeAndConstrainedSet1Flag(bool fullRange);
 
+    // Spatial sound: a top-level `uuid` box (SpatialData) that holds raw audio and the track that
+    // describes it, see SpatialSound. In the movie's user data a `ZDT9` box may tell where the audio lies.
+
+    /// Whether the file has a spatial-data block.
+    [[nodiscard]] bool isSpatialDataExist() const;
+    /// Appends the block that lies at `offset` of `source`, `length` bytes, or the part of it that `sound`
+    /// holds, see append(); then does what overwriteSpatialDataOffset() does. If anything fails the file is
+    /// cut back. When the file has a block already: "MP4: SpatialData is existed.\n" and true.
+    bool appendSpatialData(Brisa::FileIO& source, unsigned long long offset, unsigned long long length);
+    bool trimSpatialData(Brisa::FileIO& source, unsigned long long offset, const SpatialSound& sound);
+    /// Shifts the chunk offsets of the spatial track by the distance of the block from where it was in the
+    /// file it came from, and writes offset and size of the `ZADT` box into the `ZDT9` record, if there is
+    /// one. False, with the file as it was, when the track has no chunk offsets or the record no room.
+    bool overwriteSpatialDataOffset(unsigned long long oldOffset);
+
 private:
+    template <class Kind>
+    bool appendOnce(const std::string& text, const wchar_t* notice);
+
+    bool append(std::function<bool(Brisa::FileIO&)> write, Tail& before) const;
+    bool appendBlock(uint64_t sourceOffset, std::function<bool(Brisa::FileIO&)> write);
+
     bool partial = false;
     Brisa::FileIO::Identity parsed; ///< the file that the tree describes
 

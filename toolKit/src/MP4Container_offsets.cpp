@@ -221,12 +221,15 @@ bool Container::mayMove(const Moves& moves, bool everyChunkMoves) const {
 
 bool Container::correctOffsets(Container& written, BinFile& file, const Moves& moves,
                                bool everyChunkMoves) const {
+    const long long by = mdat != nullptr ? moves.at(mdat->offset) : 0;
+    bool corrected = true;
     if (!everyChunkMoves) {
         const ChunkOffsets offsets(*written.root, movieTables);
-        return !offsets.empty() && offsets.shift(file, moves);
+        corrected = !offsets.empty() && offsets.shift(file, moves);
+    } else if (by != 0) {
+        corrected = written.modifySTCOIndex(file, by);
     }
-    const long long by = mdat != nullptr ? moves.at(mdat->offset) : 0;
-    return by == 0 || written.modifySTCOIndex(file, by);
+    return corrected && correctSpatialOffsets(written, file, moves);
 }
 
 } // namespace MP4

@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
+#include "ByteOrder.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
 
@@ -100,12 +102,34 @@ Moves movesOf(const std::vector<Insertion>& insertions) {
 
 } // namespace
 
-Insertion asLastChild(NestedBox& parent, const ByteArray& bytes) {
+ByteArray makeBox(uint32_t tag, const ByteArray& body) {
+    constexpr size_t headerBytes = 8;
+    ByteArray box(headerBytes + body.size());
+    storeBigEndian(box.data(), static_cast<uint32_t>(box.size()));
+    std::memcpy(box.data() + sizeof(uint32_t), &tag, sizeof tag);
+    std::copy(body.begin(), body.end(), box.data() + headerBytes);
+    return box;
+}
+
+bool fitsBox(uint64_t bytes) {
+    const bool fits = bytes <= UINT32_MAX - UUID::prefixSize;
+    if (!fits) {
+        Console::err(L"MP4: %llu bytes do not fit a box with a 32-bit size.\n",
+                     static_cast<unsigned long long>(bytes));
+    }
+    return fits;
+}
+
+Insertion asLastChild(NestedBox& parent, uint64_t size, std::function<bool(BinFile&)> write) {
     // Not always the end of the parent: what may follow the last child (QuickTime closes user data
     // with four zero bytes) would hide anything that comes behind it.
     const uint64_t at =
         parent.children.empty() ? parent.offset + parent.headerSize() : parent.children.back()->end();
-    return {.from = at, .to = at, .size = bytes.size(), .grown = &parent, .write = writerOf(bytes)};
+    return {.from = at, .to = at, .size = size, .grown = &parent, .write = std::move(write)};
+}
+
+Insertion asLastChild(NestedBox& parent, const ByteArray& bytes) {
+    return asLastChild(parent, bytes.size(), writerOf(bytes));
 }
 
 Insertion inPlaceOf(BOX& child, const ByteArray& bytes) {
@@ -267,6 +291,9 @@ bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& 
     std::vector<Resizing> boxes;
     for (const auto& [box, change] : changes) {
         boxes.push_back({box, shifted(box->offset, moves.at(box->offset)), change});
+    }
+    if (!canResize(boxes)) {
+        return rewriteFailed(operation);
     }
     return modifyContainer(
         operation,

@@ -2,7 +2,6 @@
 #include <vector>
 
 #include "Brisa/BrisaConsole.h"
-#include "ByteOrder.h"
 #include "MP4Box_avcc.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
@@ -12,15 +11,6 @@ namespace MP4 {
 namespace {
 
 constexpr uint64_t headerBytes = 8;
-
-/// A box of `size` bytes with a 32-bit size: `body`, then zeros.
-ByteArray makeBox(uint32_t tag, uint64_t size, const ByteArray& body = {}) {
-    ByteArray box(size);
-    storeBigEndian(box.data(), static_cast<uint32_t>(size));
-    std::copy_n(reinterpret_cast<const uint8_t*>(&tag), sizeof tag, box.data() + 4);
-    std::copy(body.begin(), body.end(), box.data() + headerBytes);
-    return box;
-}
 
 bool readAt(BinFile& file, uint64_t offset, uint64_t size, ByteArray& bytes) {
     bytes.resize(size);
@@ -117,7 +107,7 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
                                 L"constrained_set1_flag:  %d - 1\n",
                                 wasFullRange ? 1 : 0, fullRange ? 1 : 0, wasConstrainedSet1 ? 1 : 0);
             if (wasFullRange != fullRange || !wasConstrainedSet1) {
-                newBox = makeBox(fourcc("avcC"), headerBytes + body.size(), body);
+                newBox = makeBox(fourcc("avcC"), body);
             }
         }
         return false;
@@ -164,7 +154,7 @@ bool Container::overwriteAvcC(const BOX& avcC, const ByteArray& newBox) {
 
 bool Container::overwriteUpToUdta(const BOX& avcC, const ByteArray& newBox, const BOX& udta) {
     const long long change = distance(avcC.boxSize, newBox.size());
-    const ByteArray filler = makeBox(fourcc("free"), shifted(udta.boxSize, -change));
+    const ByteArray filler = makeBox(fourcc("free"), ByteArray(shifted(udta.boxSize, -change) - headerBytes));
     std::vector<Resizing> enclosing;
     for (const BOX* around = avcC.parent; around != moov; around = around->parent) {
         enclosing.push_back({around, around->offset, change});

@@ -32,7 +32,11 @@ void Console::dump(const wchar_t* title, const unsigned char* data, unsigned lon
 
 void Console::init_locale() {}
 
-Console::LocaleC::LocaleC() = default;
-Console::LocaleC::~LocaleC() = default;
+Console::LocaleC::LocaleC() {
+    static const locale_t posix = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    before = ::uselocale(posix);
+}
+
+Console::LocaleC::~LocaleC() { ::uselocale(before); }
 
 } // namespace Brisa

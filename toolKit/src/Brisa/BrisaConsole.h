@@ -1,5 +1,7 @@
 #pragma once
 
+#include <locale.h>
+
 namespace Brisa {
 
 /// The one place through which the toolkit writes to the terminal.
@@ -28,14 +30,17 @@ public:
     class LocaleC;
 };
 
-/// Marks a scope in which floating-point numbers are formatted or parsed with a full stop as the
-/// decimal separator. In the POSIX locale, which the process keeps, there is nothing to switch.
+/// A scope in which this thread formats and parses numbers as the POSIX locale does, with a full stop
+/// as the decimal separator. In a process that keeps that locale it makes no difference.
 class Console::LocaleC {
 public:
     LocaleC();
     ~LocaleC();
     LocaleC(const LocaleC&) = delete;
     LocaleC& operator=(const LocaleC&) = delete;
+
+private:
+    locale_t before;
 };
 
 } // namespace Brisa
