@@ -3,14 +3,24 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <exception>
+#include <fstream>
 #include <functional>
+#include <iterator>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
+#include "GPSInfo.h"
 #include "MP4Container.h"
+#include "SpatialSound.h"
 
 namespace {
+
+using Brisa::FileIO;
+using MP4::Container;
 
 std::wstring widened(const std::string& path) {
     std::wstring wide = Brisa::wchar::mbs2wcs(path);
@@ -20,44 +30,249 @@ std::wstring widened(const std::string& path) {
     return wide;
 }
 
-/// What the command line asks for; run() does it once the arguments are parsed.
-class Command {
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::string content{std::istreambuf_iterator<char>(file), {}};
+    if (!file.is_open() || file.bad()) {
+        throw CLI::FileError::Missing(path);
+    }
+    return content;
+}
+
+/// Copies a file to a place where there is none to be harmed; nothing stays there after a failure.
+bool copyFile(const std::wstring& from, const std::wstring& to) {
+    bool copied = false;
+    bool created = false;
+    FileIO::open(from, [&](FileIO& source) {
+        if (!FileIO::isFree(to) || source.isFileAt(to)) {
+            std::fprintf(stderr, "pellmor-edit: %ls is no place for a new file\n", to.c_str());
+            return;
+        }
+        created = FileIO::open_w(to, [&](FileIO& copy) {
+            const uint64_t length = source.length();
+            copied = source.copyTo(copy, length) == length && !source.failed();
+        });
+    });
+    if (created && !copied) {
+        FileIO::unlink(to);
+    }
+    return copied;
+}
+
+/// What the command line may give; each subcommand takes some of it.
+struct Arguments {
+    std::string file;
+    std::string output;
+    std::string other; ///< a second file: a text, a box, another MP4 file
+    std::string position;
+    std::string tool = "pellmor-edit";
+    std::optional<double> compass;
+    unsigned long long time = 0;
+    double start = 0;
+    double end = -1;
+    bool on = false;
+};
+
+class Commands {
 public:
-    explicit Command(CLI::App& app_) : app(app_) { app.require_subcommand(1); }
+    using Work = std::function<bool(Container&)>;
 
-    /// A subcommand on a file. `work` gets the attached container and tells whether it succeeded.
-    CLI::App* add(const std::string& name, const std::string& description,
-                  std::function<bool(MP4::Container&)> work) {
+    Arguments given;
+
+    explicit Commands(CLI::App& app_) : app(app_) { app.require_subcommand(1); }
+
+    /// A subcommand that looks at a file. `work` gets the attached container and tells whether it succeeded.
+    CLI::App* looking(const std::string& name, const std::string& description, Work work) {
         CLI::App* const command = app.add_subcommand(name, description);
-        command->add_option("FILE", file, "MP4 file")->required();
-        command->callback([this, work] { chosen = work; });
+        command->add_option("FILE", given.file, "MP4 file")->required();
+        command->callback([this, work = std::move(work)] { chosen = work; });
         return command;
     }
-    /// A subcommand that rewrites the file, or writes a new one.
-    CLI::App* addRewrite(const std::string& name, const std::string& description,
-                         std::function<bool(MP4::Container&)> work) {
-        CLI::App* const command = add(name, description, std::move(work));
-        command->add_option("-o,--output", output, "leave FILE as it is and write the result to this file");
+    /// A subcommand that changes the file as it stands, or, with -o, a copy of it.
+    CLI::App* editing(const std::string& name, const std::string& description, Work work) {
+        CLI::App* const command = looking(name, description, std::move(work));
+        command->add_option("-o,--output", given.output, "leave FILE as it is and write the result here")
+            ->check([](const std::string& path) { return path.empty() ? "an empty path" : ""; });
+        return command;
+    }
+    /// A subcommand that always writes a new file: in the place of the old one or, with -o, beside it.
+    CLI::App* rewriting(const std::string& name, const std::string& description, Work work) {
+        CLI::App* const command = editing(name, description, std::move(work));
+        command->parse_complete_callback([this] { rewrites = true; });
         return command;
     }
 
-    bool run() {
-        const std::wstring outputPath = widened(output);
-        MP4::Container container;
-        container.keepContents = app.got_subcommand("dump");
-        if (!container.attach(widened(file))) {
+    bool run() const {
+        const std::wstring file = widened(given.file);
+        const std::wstring output = widened(given.output);
+        const bool copies = !output.empty() && !rewrites;
+        if (copies && !copyFile(file, output)) {
             return false;
         }
-        container.outputPath = output.empty() ? nullptr : outputPath.c_str();
-        return chosen(container);
+        Container container;
+        container.keepContents = !rewrites;
+        container.outputPath = output.empty() || copies ? nullptr : output.c_str();
+        bool done = container.attach(copies ? output : file) && chosen(container);
+        if (done && container.outputPath != nullptr) {
+            done = copyFile(file, output); // there was nothing to change
+        } else if (!done && copies) {
+            FileIO::unlink(output);
+        }
+        return done;
     }
 
 private:
     CLI::App& app;
-    std::string file;
-    std::string output;
-    std::function<bool(MP4::Container&)> chosen;
+    bool rewrites = false;
+    Work chosen;
 };
+
+/// Runs the work on the first box at `boxPath` of another MP4 file.
+bool withBoxOf(const std::string& path, const char* boxPath,
+               const std::function<bool(FileIO&, const MP4::BOX&)>& work) {
+    Container other;
+    other.keepContents = false;
+    if (!other.attach(widened(path))) {
+        return false;
+    }
+    const MP4::BOX* const box = other.root->first(boxPath);
+    if (box == nullptr) {
+        std::fprintf(stderr, "pellmor-edit: %s has no %s\n", path.c_str(), boxPath);
+        return false;
+    }
+    bool done = false;
+    other.open([&](FileIO& file) { done = work(file, *box); });
+    return done;
+}
+
+GPSInfo positionIn(const Arguments& given) {
+    GPSInfo position;
+    position.attachRXYZ(given.position.c_str());
+    if (given.compass) {
+        position.attachCompass(*given.compass);
+    }
+    return position;
+}
+
+void addLayout(Commands& commands) {
+    Arguments& given = commands.given;
+    commands.looking("dump", "Print the box tree", [](Container& container) {
+        container.dump();
+        return true;
+    });
+    commands.rewriting(
+        "moov-first", "Put moov ahead of mdat, so that playback can start early",
+        [](Container& container) { return !container.isMdatFirst() || container.moovFirst(); });
+    commands
+        .editing("set-time", "Set the creation time of the movie and all tracks",
+                 [&given](Container& container) { return container.updateTimeStamp(given.time); })
+        ->add_option("SECONDS", given.time, "seconds since 1904-01-01 UTC")
+        ->check(CLI::Range(0.0, 4294967295.0))
+        ->required();
+}
+
+void addMetadata(Commands& commands) {
+    Arguments& given = commands.given;
+    CLI::App* command = commands.rewriting("location", "Add location boxes", [&given](Container& container) {
+        return container.appendLocationAndSphericalVideoXML(
+            positionIn(given), given.other.empty() ? "" : contentOf(given.other));
+    });
+    command->add_option("POSITION", given.position, "ISO 6709 text in degrees, +35.6895+139.6917/")
+        ->required();
+    command->add_option("--spherical", given.other, "file with spherical-video XML to be added as well");
+
+    commands.rewriting("remove-bad-location", "Take out a loci box of the malformed size of 28 bytes",
+                       [](Container& container) { return container.removeBadLOCI(); });
+    commands
+        .rewriting("gps-meta", "Copy the meta box of another file's moov",
+                   [&given](Container& container) {
+                       return withBoxOf(given.other, "moov.meta", [&](FileIO& source, const MP4::BOX& meta) {
+                           return container.appendGpsMeta(source, meta.offset, meta.boxSize);
+                       });
+                   })
+        ->add_option("SOURCE", given.other, "MP4 file")
+        ->required();
+    commands
+        .rewriting("spherical", "Add spherical-video XML to the video track, or replace it",
+                   [&given](Container& container) {
+                       return container.appendSphericalVideoXML(contentOf(given.other));
+                   })
+        ->add_option("XML", given.other, "file with the XML")
+        ->required();
+
+    command = commands.editing("xmp", "Append an XMP packet", [&given](Container& container) {
+        return container.appendXMP(given.other.empty()
+                                       ? positionIn(given).to_XMP_string(given.tool.c_str(), false, "")
+                                       : contentOf(given.other));
+    });
+    command->add_option("PACKET", given.other, "file with the packet");
+    command->add_option("--position", given.position, "instead: a packet with this position");
+    command->add_option("--compass", given.compass, "and this direction, in degrees");
+    command->add_option("--tool", given.tool, "and this creator tool");
+    commands
+        .editing("axis", "Append an axis description",
+                 [&given](Container& container) { return container.appendAxis(contentOf(given.other)); })
+        ->add_option("AXIS", given.other, "file with the description")
+        ->required();
+}
+
+void addVideo(Commands& commands) {
+    Arguments& given = commands.given;
+    commands
+        .editing("full-range", "Mark the video as full range or not, and set constraint_set1_flag",
+                 [&given](Container& container) {
+                     return container.appendFullRangeAndConstrainedSet1Flag(given.on);
+                 })
+        ->add_option("RANGE", given.on, "on or off")
+        ->required();
+    commands
+        .rewriting("replace-udta", "Put a box in the place of the movie's user data",
+                   [&given](Container& container) {
+                       const std::string content = contentOf(given.other);
+                       ByteArray box;
+                       box.assign(content.data(), content.size());
+                       return container.replaceUdta(0, box);
+                   })
+        ->add_option("BOX", given.other, "file with the box, header included")
+        ->required();
+}
+
+void addSound(Commands& commands) {
+    Arguments& given = commands.given;
+    const auto withRange = [&given](CLI::App* command) {
+        command->add_option("--start", given.start, "seconds");
+        command->add_option("--end", given.end, "seconds; negative: to the end");
+        return command;
+    };
+    withRange(commands.editing(
+                  "append-sound", "Append the spatial sound of another file, or a stretch of it",
+                  [&given](Container& container) {
+                      return withBoxOf(given.other, "uuid.ZADT", [&](FileIO& source, const MP4::BOX& data) {
+                          const MP4::BOX& block = *data.parent;
+                          MP4::SpatialSound sound;
+                          if (!sound.attach(widened(given.other), given.start, given.end)) {
+                              return false;
+                          }
+                          return sound.trimmed
+                                     ? container.trimSpatialData(source, block.offset, sound)
+                                     : container.appendSpatialData(source, block.offset, block.boxSize);
+                      });
+                  }))
+        ->add_option("SOURCE", given.other, "MP4 file")
+        ->required();
+    withRange(commands.looking("sound-to-wav", "Write a stretch of the spatial sound to a WAV file",
+                               [&given](Container& container) {
+                                   MP4::SpatialSound sound;
+                                   if (!sound.attach(container.path, given.start, given.end) ||
+                                       !sound.trimmed) {
+                                       return false;
+                                   }
+                                   sound.dumpWAV(container, widened(given.other));
+                                   return true;
+                               }))
+        ->add_option("WAV", given.other, "file to be written")
+        ->required();
+}
 
 } // namespace
 
@@ -68,27 +283,19 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
 
     CLI::App app("Edits MP4 files. An edit succeeds wholly, or leaves the file as it was.");
-    Command command(app);
-
-    command.add("dump", "Print the box tree", [](MP4::Container& container) {
-        container.dump();
-        return true;
-    });
-    command.addRewrite(
-        "moov-first", "Put moov ahead of mdat, so that playback can start early",
-        [](MP4::Container& container) { return !container.isMdatFirst() || container.moovFirst(); });
-    unsigned long long time = 0;
-    command
-        .add("set-time", "Set the creation time of the movie and all tracks",
-             [&](MP4::Container& container) { return container.updateTimeStamp(time); })
-        ->add_option("SECONDS", time, "seconds since 1904-01-01 UTC")
-        ->required();
-
+    Commands commands(app);
+    addLayout(commands);
+    addMetadata(commands);
+    addVideo(commands);
+    addSound(commands);
     CLI11_PARSE(app, argc, argv);
     try {
-        return command.run() ? 0 : 1;
+        if (commands.run()) {
+            return 0;
+        }
+        std::fprintf(stderr, "pellmor-edit: nothing was changed\n");
     } catch (const std::exception& error) {
         std::fprintf(stderr, "pellmor-edit: %s\n", error.what());
-        return 1;
     }
+    return 1;
 }

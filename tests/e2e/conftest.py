@@ -54,6 +54,14 @@ def edit(*arguments, **options):
     assert (result.returncode, result.stdout, result.stderr) == (0, b"", b"")
 
 
+def without_user_data(path):
+    """Puts an empty box in the place of the movie's udta."""
+    box = path.with_suffix(".box")
+    box.write_bytes(b"\0\0\0\x08free")
+    edit("replace-udta", path, box)
+    box.unlink()
+
+
 def sha(path):
     return hashlib.sha256(Path(path).read_bytes()).hexdigest()
 

@@ -1,0 +1,46 @@
+"""Location, XMP and spherical-video metadata on real recordings, read by ffprobe and exiftool."""
+
+import json
+
+import pytest
+
+from conftest import edit, packets, run, without_user_data
+
+POSITION = "+35.6895+139.6917+12.5/"
+
+
+def tags(path):
+    """What exiftool reads, by group and tag."""
+    result = run("exiftool", "-json", "-a", "-n", "-G1", path)
+    return json.loads(result.stdout)[0]
+
+
+def ffprobe_location(path):
+    result = run("ffprobe", "-v", "error", "-show_entries", "format_tags=location", "-of", "csv=p=0", path)
+    return result.stdout.decode().strip()
+
+
+@pytest.mark.parametrize("user_data", [True, False], ids=["udta", "no_udta"])
+def test_other_readers_find_what_was_added(recording, tmp_path, user_data):
+    video = recording
+    before = packets(video)
+    if not user_data:
+        without_user_data(video)
+    assert (b"udta" in video.read_bytes()) == user_data
+    (tmp_path / "spherical.xml").write_text("<rdf:SphericalVideo/>")
+
+    edit("location", video, POSITION, "--spherical", tmp_path / "spherical.xml")
+    assert ffprobe_location(video) == "+35.6895+139.6917/"
+    found = tags(video)
+    assert found["UserData:GPSCoordinates"] == "35.6895 139.6917"
+    location = found["UserData:LocationInformation"]
+    assert "Lat=35.68950 Lon=139.69170 Alt=12.50" in location
+    assert packets(video) == before
+
+    edit("xmp", video, "--position", POSITION, "--compass", 90.5, "--tool", "a tool")
+    found = tags(video)
+    assert found["XMP-exif:GPSLatitude"] == pytest.approx(35.6895, abs=1e-6)
+    assert found["XMP-exif:GPSLongitude"] == pytest.approx(139.6917, abs=1e-6)
+    assert (found["XMP-exif:GPSAltitude"], found["XMP-exif:GPSImgDirection"]) == (12.5, 90.5)
+    assert b"<x:CreatorTool>a tool</x:CreatorTool>" in run("exiftool", "-xmp", "-b", video).stdout
+    assert packets(video) == before

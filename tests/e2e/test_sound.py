@@ -1,0 +1,94 @@
+"""Spatial sound of four real channels: cut, carried into another file, written as WAV."""
+
+import array
+import shutil
+
+import pytest
+
+from conftest import edit, ffmpeg, packets, run
+
+RATE = 48000
+TONES = [220, 330, 440, 550]
+IDENTITY = bytes.fromhex("28F311E2B7914F6F94E24F5DEACB3C01")
+
+
+def box(kind, *body):
+    content = b"".join(body)
+    return (8 + len(content)).to_bytes(4, "big") + kind + content
+
+
+def full(kind, *words):
+    return box(kind, bytes(4), b"".join(word if isinstance(word, bytes) else word.to_bytes(4, "big") for word in words))
+
+
+@pytest.fixture(scope="session")
+def sound(tmp_path_factory):
+    """Three seconds of four channels of 16-bit PCM, each with a tone of its own."""
+    path = tmp_path_factory.mktemp("sound") / "sound.raw"
+    inputs = [part for tone in TONES for part in ("-f", "lavfi", "-i", f"sine=frequency={tone}:sample_rate={RATE}:duration=3")]
+    ffmpeg(*inputs, "-filter_complex", "amerge=inputs=4", "-f", "s16le", path)
+    return path.read_bytes()
+
+
+@pytest.fixture
+def recording_with_sound(recordings, sound, tmp_path):
+    """A recording with a spatial block behind it, and a record of it in the user data."""
+    video = recordings.moov_first().read_bytes()
+    entry = box(b"sowt", bytes(6), (1).to_bytes(2, "big"), bytes(8), (4 << 16 | 16).to_bytes(4, "big"), bytes(4), (RATE << 16).to_bytes(4, "big"))
+    count = len(sound) // 8
+    data = len(video) + 24 + 8
+    tables = [full(b"stsd", 1, entry), full(b"stts", 1, count, 1), full(b"stsc", 1, 1, count, 1), full(b"stsz", 8, count), full(b"co64", 1, data.to_bytes(8, "big"))]
+    media = box(b"mdia", full(b"mdhd", 0, 0, RATE, count, 0), full(b"hdlr", bytes(21)), box(b"minf", box(b"dinf"), box(b"stbl", *tables)))
+    path = tmp_path / "sound.mp4"
+    path.write_bytes(video + box(b"uuid", IDENTITY, box(b"ZADT", sound), box(b"ZATR", box(b"tkhd", bytes(84)), media)))
+    return path
+
+
+def with_record(path, tmp_path):
+    """Gives a file a `ZDT9` box in its user data."""
+    (tmp_path / "udta").write_bytes(box(b"udta", box(b"ZDT9", bytes(16))))
+    edit("replace-udta", path, tmp_path / "udta")
+
+
+def test_a_second_is_cut_and_carried(recordings, recording_with_sound, sound, tmp_path):
+    target = tmp_path / "target.mp4"
+    shutil.copy(recordings.moov_last(), target)
+    with_record(target, tmp_path)
+    before = target.read_bytes()
+    edit("append-sound", target, recording_with_sound, "--start", 1.0, "--end", 2.0)
+    content = target.read_bytes()
+    kept = sound[8 * RATE : 16 * RATE]
+
+    at = content.index(b"ZADT") - 4
+    assert at == len(before) + 24
+    assert content[at + 8 : at + 8 + len(kept)] == kept
+    record = content.index(b"ZDT9") + 4
+    assert content[record : record + 16] == at.to_bytes(8, "big") + (8 + len(kept)).to_bytes(8, "big")
+    table = content.index(b"co64", at) + 12
+    offsets = [int.from_bytes(content[table + 8 * i : table + 8 * i + 8], "big") for i in range(RATE // 1536 + 1)]
+    assert offsets == [at + 8 + 1536 * 8 * i for i in range(len(offsets))]
+    assert packets(target) == packets(recordings.moov_last())
+
+    wav = tmp_path / "cut.wav"
+    edit("sound-to-wav", target, wav, "--start", 0, "--end", 1)
+    edit("sound-to-wav", recording_with_sound, tmp_path / "direct.wav", "--start", 1, "--end", 2)
+    assert wav.read_bytes() == (tmp_path / "direct.wav").read_bytes()
+    assert [run("soxi", flag, wav).stdout.strip() for flag in ("-c", "-r", "-b", "-s")] == [b"4", b"48000", b"16", b"48000"]
+    for channel, tone in enumerate(TONES):
+        mono = tmp_path / f"{channel}.raw"
+        assert run("sox", wav, "-t", "raw", "-e", "signed", "-b", "16", mono, "remix", channel + 1).returncode == 0
+        assert mono.read_bytes() == array.array("h", kept)[channel::4].tobytes()
+        measured = run("sox", "-t", "raw", "-r", RATE, "-e", "signed", "-b", "16", "-c", 1, mono, "-n", "stat").stderr.decode()
+        frequency = next(int(line.split()[-1]) for line in measured.splitlines() if line.startswith("Rough"))
+        assert abs(frequency - tone) < 10
+
+
+def test_a_block_keeps_its_pointers_when_the_movie_grows(recording_with_sound, sound, tmp_path):
+    with_record(recording_with_sound, tmp_path)
+    edit("location", recording_with_sound, "+35.6895+139.6917/")
+    content = recording_with_sound.read_bytes()
+    at = content.index(b"ZADT") + 4
+    table = content.index(b"co64", at) + 12
+    assert int.from_bytes(content[table : table + 8], "big") == at
+    edit("sound-to-wav", recording_with_sound, tmp_path / "all.wav", "--end", 3)
+    assert (tmp_path / "all.wav").read_bytes()[44:] == sound
