@@ -260,18 +260,27 @@ void addSound(Commands& commands) {
                   }))
         ->add_option("SOURCE", given.other, "MP4 file")
         ->required();
-    withRange(commands.looking("sound-to-wav", "Write a stretch of the spatial sound to a WAV file",
-                               [&given](Container& container) {
-                                   MP4::SpatialSound sound;
-                                   if (!sound.attach(container.path, given.start, given.end) ||
-                                       !sound.trimmed) {
-                                       return false;
-                                   }
-                                   sound.dumpWAV(container, widened(given.other));
-                                   return true;
-                               }))
-        ->add_option("WAV", given.other, "file to be written")
-        ->required();
+    const auto dumping = [&](const char* name, const char* description,
+                             void (*dump)(const MP4::SpatialSound&, const Container&, const std::wstring&)) {
+        const auto work = [&given, dump](Container& container) {
+            MP4::SpatialSound sound;
+            const bool taken = sound.attach(container.path, given.start, given.end) && sound.trimmed;
+            if (taken) {
+                dump(sound, container, widened(given.other));
+            }
+            return taken;
+        };
+        withRange(commands.looking(name, description, work))
+            ->add_option("OUT", given.other, "file to be written")
+            ->required();
+    };
+    dumping("sound-to-wav", "Write a stretch of the spatial sound to a WAV file",
+            [](const MP4::SpatialSound& sound, const Container& container, const std::wstring& out) {
+                sound.dumpWAV(container, out);
+            });
+    dumping(
+        "sound-track", "Write the track box that describes a stretch of the spatial sound",
+        [](const MP4::SpatialSound& sound, const Container&, const std::wstring& out) { sound.dump(out); });
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -8,13 +9,19 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/// A file in memory that can be opened by path, and a console that prints nowhere.
+/// Lets the console print nowhere.
+inline void silenceConsole() {
+    static FILE* const silenced = std::freopen("/dev/null", "w", stdout);
+    if (silenced == nullptr) {
+        std::abort();
+    }
+}
+
+/// A file in memory that can be opened by path.
 class MemoryFile {
 public:
     MemoryFile(const uint8_t* data, size_t size) : descriptor(::memfd_create("input", MFD_CLOEXEC)) {
-        static FILE* const silenced = std::freopen("/dev/null", "w", stdout);
-        if (descriptor == -1 || silenced == nullptr ||
-            ::write(descriptor, data, size) != static_cast<ssize_t>(size)) {
+        if (descriptor == -1 || ::write(descriptor, data, size) != static_cast<ssize_t>(size)) {
             std::abort();
         }
     }

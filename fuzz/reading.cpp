@@ -4,6 +4,7 @@
 #include "MemoryFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    silenceConsole();
     const MemoryFile input(data, size);
     MP4::Container container;
     if (!container.attach(input.path())) {

@@ -574,14 +574,16 @@ public:
             throw "bad trailing bits";
         }
     }
-    /// Puts `sps` in the place of the first sequence parameter set, escaped as that one was.
+    /// Puts `sps` in the place of the first sequence parameter set, escaped if that one was. One that was
+    /// not stays so, unless it would be taken for escaped now, and something else read from it.
     void sps_replace(SPS& sps) {
         ParameterSet& set = sequenceParameterSets.sets.at(0);
         GolombBitStream stream;
         sps.to_s(stream);
         ByteArray nalUnit;
         stream.bytes(nalUnit);
-        if (isEscaped(set.nalUnit)) {
+        const bool misread = isEscaped(nalUnit) && unescaped(nalUnit).size() != nalUnit.size();
+        if (isEscaped(set.nalUnit) || misread) {
             nalUnit = escaped(nalUnit);
         }
         if (nalUnit.size() > UINT16_MAX) {

@@ -1,0 +1,67 @@
+// Any bytes as an MP4 file, and every edit on it: an edit that fails leaves the file as it was.
+
+#include <fstream>
+#include <functional>
+#include <iterator>
+
+#include "GPSInfo.h"
+#include "MP4Container.h"
+#include "MemoryFile.h"
+#include "SpatialSound.h"
+
+namespace {
+
+using MP4::Container;
+
+const std::string path = "/dev/shm/pellmor-fuzz-" + std::to_string(::getpid()) + ".mp4";
+
+std::string content() {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool edit(unsigned choice, Container& container) {
+    GPSInfo position;
+    position.attachRXYZ("+35.6895+139.6917/");
+    ByteArray userData;
+    userData.assign("\0\0\0\x0Cudtatext", 12);
+    const std::wstring name(path.begin(), path.end());
+    switch (choice) {
+    case 0:
+        return container.moovFirst();
+    case 1:
+        return container.appendLocations(position);
+    case 2:
+        return container.appendLocationAndSphericalVideoXML(position, "<xml/>");
+    case 3:
+        return container.removeBadLOCI();
+    case 4:
+        return container.replaceUdta(0, userData);
+    case 5:
+        return container.appendFullRangeAndConstrainedSet1Flag(true);
+    case 6:
+        return container.appendXMP("<xmp/>");
+    default:
+        MP4::SpatialSound sound;
+        sound.attach(name, 0.5, -1);
+        return container.overwriteSpatialDataOffset(100);
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    silenceConsole();
+    if (size == 0) {
+        return 0;
+    }
+    const std::string before(reinterpret_cast<const char*>(data) + 1, size - 1);
+    std::ofstream(path, std::ios::binary) << before;
+    Container container;
+    const bool done =
+        container.attach(std::wstring(path.begin(), path.end())) && edit(data[0] % 8, container);
+    if (!done && content() != before) {
+        std::abort();
+    }
+    return 0;
+}
