@@ -90,7 +90,13 @@ public:
     }
     /// A subcommand that changes the file as it stands, or, with -o, a copy of it.
     CLI::App* editing(const std::string& name, const std::string& description, Work work) {
-        CLI::App* const command = looking(name, description, std::move(work));
+        const auto onWholeTree = [work = std::move(work)](Container& container) {
+            if (container.incomplete()) {
+                std::fprintf(stderr, "pellmor-edit: %ls could not be read whole\n", container.path.c_str());
+            }
+            return !container.incomplete() && work(container);
+        };
+        CLI::App* const command = looking(name, description, onWholeTree);
         command->add_option("-o,--output", given.output, "leave FILE as it is and write the result here")
             ->check([](const std::string& path) { return path.empty() ? "an empty path" : ""; });
         return command;

@@ -14,6 +14,15 @@ BIN = Path(os.environ["PELLMOR_BIN"])
 SANITIZED = os.environ["PELLMOR_SANITIZED"] == "1"
 
 
+def box(kind, *body):
+    content = b"".join(body)
+    return (8 + len(content)).to_bytes(4, "big") + kind + content
+
+
+def word(*values):
+    return b"".join(value.to_bytes(4, "big") for value in values)
+
+
 def run(*command, **options):
     """Runs a program and returns the finished process, its output as bytes."""
     return subprocess.run([str(part) for part in command], capture_output=True, timeout=120, **options)

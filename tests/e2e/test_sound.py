@@ -5,20 +5,11 @@ import shutil
 
 import pytest
 
-from conftest import edit, ffmpeg, packets, run
+from conftest import box, edit, ffmpeg, packets, run, word
 
 RATE = 48000
 TONES = [220, 330, 440, 550]
 IDENTITY = bytes.fromhex("28F311E2B7914F6F94E24F5DEACB3C01")
-
-
-def box(kind, *body):
-    content = b"".join(body)
-    return (8 + len(content)).to_bytes(4, "big") + kind + content
-
-
-def full(kind, *words):
-    return box(kind, bytes(4), b"".join(word if isinstance(word, bytes) else word.to_bytes(4, "big") for word in words))
 
 
 @pytest.fixture(scope="session")
@@ -37,8 +28,11 @@ def recording_with_sound(recordings, sound, tmp_path):
     entry = box(b"sowt", bytes(6), (1).to_bytes(2, "big"), bytes(8), (4 << 16 | 16).to_bytes(4, "big"), bytes(4), (RATE << 16).to_bytes(4, "big"))
     count = len(sound) // 8
     data = len(video) + 24 + 8
-    tables = [full(b"stsd", 1, entry), full(b"stts", 1, count, 1), full(b"stsc", 1, 1, count, 1), full(b"stsz", 8, count), full(b"co64", 1, data.to_bytes(8, "big"))]
-    media = box(b"mdia", full(b"mdhd", 0, 0, RATE, count, 0), full(b"hdlr", bytes(21)), box(b"minf", box(b"dinf"), box(b"stbl", *tables)))
+    tables = [
+        box(b"stsd", word(0, 1), entry), box(b"stts", word(0, 1, count, 1)), box(b"stsc", word(0, 1, 1, count, 1)),
+        box(b"stsz", word(0, 8, count)), box(b"co64", word(0, 1, 0, data)),
+    ]  # fmt: skip
+    media = box(b"mdia", box(b"mdhd", word(0, 0, 0, RATE, count, 0)), box(b"hdlr", bytes(25)), box(b"minf", box(b"dinf"), box(b"stbl", *tables)))
     path = tmp_path / "sound.mp4"
     path.write_bytes(video + box(b"uuid", IDENTITY, box(b"ZADT", sound), box(b"ZATR", box(b"tkhd", bytes(84)), media)))
     return path

@@ -10,7 +10,7 @@
 
 // Boxes built in memory, so that a test shows the file it means:
 //
-//   box("moov", {box("trak", {tkhd(640, 360)}), box("udta", {text("...")})})
+//   box("moov", {box("trak", {tkhd(640)}), box("udta", {"..."})})
 //
 // Sizes are right unless a test asks for a lie with withSize().
 
@@ -39,9 +39,6 @@ inline Bytes u32(uint32_t value) {
 inline Bytes u64(uint64_t value) {
     return bigEndian(value);
 }
-inline Bytes text(std::string_view characters) {
-    return Bytes(characters);
-}
 inline Bytes zeros(size_t count) {
     return Bytes(count, '\0');
 }
@@ -56,13 +53,13 @@ inline Bytes cat(Parts parts) {
 
 inline Bytes box(std::string_view type, Parts body = {}) {
     const Bytes content = cat(body);
-    return cat({u32(static_cast<uint32_t>(8 + content.size())), text(type), content});
+    return u32(static_cast<uint32_t>(8 + content.size())) + Bytes(type) + content;
 }
 
 /// The 64-bit form of the size.
 inline Bytes largeBox(std::string_view type, Parts body = {}) {
     const Bytes content = cat(body);
-    return cat({u32(1), text(type), u64(16 + content.size()), content});
+    return u32(1) + Bytes(type) + u64(16 + content.size()) + content;
 }
 
 /// A box that begins with a version and flags of 0.
@@ -78,30 +75,31 @@ inline Bytes withSize(Bytes box, uint32_t size) {
     return box.replace(0, 4, u32(size));
 }
 
-/// A track header of version 0 with a picture size in whole pixels.
-inline Bytes tkhd(uint16_t width, uint16_t height) {
-    return fullBox("tkhd", 0, {zeros(72), u16(width), u16(0), u16(height), u16(0)});
+/// A track header of version 0 with a picture of this width and 360 pixels high.
+inline Bytes tkhd(uint16_t width) {
+    return fullBox("tkhd", 0, {zeros(72), u16(width), u16(0), u16(360), u16(0)});
 }
 
-/// A track with the given chunk-offset table, or any other sample-table boxes.
-inline Bytes track(Parts sampleTable, uint16_t width = 640) {
-    return box("trak", {tkhd(width, 360), box("mdia", {box("minf", {box("stbl", sampleTable)})})});
+/// A track with these sample tables, and boxes behind its `mdia`.
+inline Bytes track(Parts sampleTable, uint16_t width = 640, Parts behind = {}) {
+    return box("trak", {tkhd(width), box("mdia", {box("minf", {box("stbl", sampleTable)})}), cat(behind)});
+}
+
+/// A table of offsets with its count.
+template <class Integer>
+Bytes counted(std::initializer_list<Integer> entries) {
+    Bytes bytes = u32(static_cast<uint32_t>(entries.size()));
+    for (const Integer entry : entries) {
+        bytes += bigEndian(entry);
+    }
+    return bytes;
 }
 
 inline Bytes stco(std::initializer_list<uint32_t> offsets) {
-    Bytes entries;
-    for (const uint32_t offset : offsets) {
-        entries += u32(offset);
-    }
-    return fullBox("stco", 0, {u32(static_cast<uint32_t>(offsets.size())), entries});
+    return fullBox("stco", 0, {counted(offsets)});
 }
-
 inline Bytes co64(std::initializer_list<uint64_t> offsets) {
-    Bytes entries;
-    for (const uint64_t offset : offsets) {
-        entries += u64(offset);
-    }
-    return fullBox("co64", 0, {u32(static_cast<uint32_t>(offsets.size())), entries});
+    return fullBox("co64", 0, {counted(offsets)});
 }
 
 } // namespace test

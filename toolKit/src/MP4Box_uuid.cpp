@@ -31,7 +31,7 @@ void UUID::dump() const {
 void UUID::parseBox(BinFile& file, uint64_t limit) {
     enter(file, limit);
     payload.clear();
-    if (file.available() < usertype.size() || !file.allowance.takeHeader(usertype.size())) {
+    if (!file.allowance.takeHeader(usertype.size()) || file.available() < usertype.size()) {
         return;
     }
     file.readBytes(usertype.data(), usertype.size());

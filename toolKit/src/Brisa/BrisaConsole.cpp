@@ -37,6 +37,8 @@ Console::LocaleC::LocaleC() {
     before = ::uselocale(posix);
 }
 
-Console::LocaleC::~LocaleC() { ::uselocale(before); }
+Console::LocaleC::~LocaleC() {
+    ::uselocale(before);
+}
 
 } // namespace Brisa

@@ -1,0 +1,276 @@
+// The rewrite engine, and every edit of a file's structure.
+
+#include "MP4Container.h"
+#include "support/Edit.h"
+
+using namespace test;
+using MP4::BinFile;
+using MP4::BOX;
+using MP4::Container;
+
+namespace {
+
+std::string narrow(const std::wstring& path) {
+    return {path.begin(), path.end()};
+}
+
+} // namespace
+
+TEST_P(Edit, ChangesWhatItSaysAndNothingElse) {
+    const auto& [name, edit, before, after, text, reason] = GetParam();
+    const Scratch scratch;
+    const auto path = scratch.file(before);
+    std::filesystem::permissions(path, std::filesystem::perms(0640));
+    Container container;
+    ASSERT_TRUE(container.attach(path));
+    bool done = false;
+    const auto [out, err] = printed([&, &change = edit] { done = change(container); });
+    const bool fails = text == failed;
+    EXPECT_EQ(done, !fails) << out << err;
+    EXPECT_TRUE(fails ? out.ends_with(" failed.\n") && err.find(reason) != std::string::npos : out == text && err.empty()) << out << err;
+    EXPECT_EQ(contentOf(path), after.empty() ? before : after);
+    EXPECT_EQ(scratch.count(), 1U);
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0640));
+    EXPECT_EQ(container.root->boxSize, contentOf(path).size()) << "attached again";
+}
+
+// ---- The engine ------------------------------------------------------------------------------------
+
+namespace {
+
+/// A rewrite of three steps, of which the named one fails.
+bool rewriteWith(Container& container, const std::string& failing, std::string& called) {
+    const auto step = [&](const char* name) {
+        called += name;
+        return failing != name;
+    };
+    return container.modifyContainer(
+        L"test",
+        [&](BinFile& from, BinFile& to, unsigned long long& parsed) { return (parsed = from.copyTo(to, 8)) == 8 && step("copy "); },
+        [&](Container&, BinFile&) { return step("first "); }, [&](Container&, BinFile&) { return step("second "); });
+}
+
+} // namespace
+
+TEST(Rewrite, EndsAtTheFirstStepThatFails) {
+    for (const std::string failing : {"copy ", "first ", "second ", ""}) {
+        const Scratch scratch;
+        const auto path = scratch.file(box("free"));
+        const auto output = scratch / "out.mp4";
+        for (const bool beside : {false, true}) {
+            Container container;
+            ASSERT_TRUE(container.attach(path));
+            container.outputPath = beside ? output.c_str() : nullptr;
+            std::string called;
+            bool done = false;
+            const auto [out, err] = printed([&] { done = rewriteWith(container, failing, called); });
+            const std::string target = beside ? narrow(output) : narrow(path) + ".tmp.mp4";
+            EXPECT_EQ(done, failing.empty());
+            EXPECT_EQ(out, done ? "" : "Container::modifyContainer::test(" + narrow(path) + " to " + target + ") failed.\n");
+            EXPECT_TRUE(std::string("copy first second ").starts_with(called) && called.ends_with(failing)) << called;
+            EXPECT_EQ(contentOf(path), box("free"));
+            EXPECT_EQ(scratch.count(), done && beside ? 2U : 1U);
+            EXPECT_EQ(container.path, done && beside ? output : path);
+            EXPECT_EQ(container.outputPath == nullptr, done || !beside);
+        }
+    }
+}
+
+TEST(Rewrite, HarmsNoOtherFile) {
+    const Bytes before = cat({box("mdat"), box("moov", {track({stco({8})})})});
+    const Scratch scratch;
+    const auto path = scratch.file(before);
+    const auto refused = [&](const wchar_t* output = nullptr) {
+        Container container;
+        container.outputPath = output;
+        EXPECT_TRUE(container.attach(path) && !quietly([&] { return container.moovFirst(); }));
+        EXPECT_EQ(contentOf(path), before);
+    };
+    const auto other = scratch.file("precious", "other");
+    const auto temporary = scratch / "f.mp4.tmp.mp4";
+    namespace fs = std::filesystem;
+    for (const auto& [target, hard] : {std::pair{path, true}, {path, false}, {other, true}, {other, false}}) {
+        hard ? fs::create_hard_link(target, temporary) : fs::create_symlink(target, temporary);
+        refused();
+        refused(temporary.c_str());
+        fs::remove(temporary);
+    }
+    refused(path.c_str());
+    refused((scratch / "").c_str());
+    EXPECT_EQ(contentOf(other), "precious");
+    bool locked = false;
+    Brisa::FileIO::open(path, [&](const Brisa::FileIO& file) {
+        locked = file.lock();
+        refused();
+    });
+    EXPECT_TRUE(locked);
+
+    // A path so long that the system would see the temporary file's name without its end.
+    fs::path deep = scratch / "";
+    while (deep.native().size() < 2048 - 200) {
+        deep /= std::string(180, 'd');
+    }
+    fs::create_directories(deep);
+    deep /= std::string(2048 - deep.native().size() - 1, 'f');
+    fs::copy_file(path, deep);
+    Container container;
+    EXPECT_TRUE(container.attach(deep.wstring()) && !quietly([&] { return container.moovFirst(); }));
+    EXPECT_EQ(contentOf(deep.wstring()), before);
+
+    // A leftover of a killed process is no obstacle. The tree of a container whose file was replaced is.
+    (void)scratch.file("left over", "f.mp4.tmp.mp4");
+    Container stale;
+    EXPECT_TRUE(stale.attach(path) && container.attach(path) && container.moovFirst());
+    const Bytes after = contentOf(path);
+    EXPECT_FALSE(quietly([&] { return stale.updateTimeStamp(1) || stale.moovFirst(); }));
+    EXPECT_EQ(contentOf(path), after);
+}
+
+TEST(ModifyBoxSize, WalksUpToTheTopLevelBox) {
+    const auto with = [](long long change) {
+        const auto size = [change](long long old) { return static_cast<uint64_t>(old + change); };
+        const auto word = [&size](long long old) { return u32(static_cast<uint32_t>(size(old))); };
+        return cat({box("free"), word(35), "moov", u32(1), "trak", u64(size(27)), word(11), "mdia", zeros(3)});
+    };
+    for (const auto& [change, fits] : {std::pair{5LL, true}, {-3LL, true}, {(1LL << 32) - 30, false}, {-4LL, false}, {-40LL, false}}) {
+        const Scratch scratch;
+        const auto path = scratch.file(with(0));
+        Container container;
+        ASSERT_TRUE(container.attach(path));
+        bool done = false;
+        const auto [out, err] = printed([&, by = change] {
+            done = container.modifyContainer(
+                L"test", [&](BinFile& file) { return container.modifyBoxSize(file, *container.root->first("moov.trak.mdia"), by); });
+        });
+        EXPECT_EQ(done, fits) << change;
+        EXPECT_EQ(contentOf(path), with(fits ? change : 0)) << change;
+        EXPECT_EQ(out, fits ? "" : "Container::modifyContainer::test(" + narrow(path) + ") failed.\n");
+        EXPECT_EQ(err.empty(), fits);
+    }
+}
+
+namespace {
+
+/// An edit that puts 8 bytes behind the second box, or in its place, and leaves the rest to its caller.
+template <bool replace>
+bool insert(Container& container) {
+    const uint64_t expected = replace ? container.root->children[1]->offset : container.root->children[1]->end();
+    bool parsedSoFar = false;
+    return container.insertBox(
+               L"test", *container.root->children[1], replace, [](BinFile& file) { return file.writeAll("\0\0\0\x08new ", 8) == 8; },
+               [&](Container& written, BinFile&) { return parsedSoFar = written.root->boxSize == expected; },
+               [&](Container& written, BinFile&) { return written.root->children.size() == (replace ? 3U : 4U); }) &&
+           parsedSoFar;
+}
+
+/// An edit in place that shifts every chunk offset.
+std::function<bool(Container&)> shift(long long by) {
+    return [by](Container& container) {
+        return container.modifyContainer(L"test", [&](BinFile& file) { return container.modifySTCOIndex(file, by); });
+    };
+}
+
+Bytes tables(std::initializer_list<uint32_t> narrow, std::initializer_list<uint64_t> wide) {
+    return box("moov", {track({stco(narrow)}), track({co64(wide)})});
+}
+
+/// Tables of more than one block.
+Bytes longTables(uint32_t by) {
+    Bytes narrow;
+    Bytes wide;
+    constexpr uint32_t count = 40000;
+    for (uint32_t i = 0; i < count; ++i) {
+        narrow += u32(3 * i + by);
+        wide += u64(5 * i + by);
+    }
+    return box("moov", {track({fullBox("stco", 0, {u32(count), narrow})}), track({fullBox("co64", 0, {u32(count), wide})})});
+}
+
+const Bytes boasting = box("moov", {track({stco({1}), fullBox("stco", 0, {u32(2), u32(7)})}), box("free", {zeros(90)})});
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(
+    Engine, Edit,
+    testing::Values(EditCase{"InsertBehind", insert<false>, cat({box("free"), box("skip", {"abc"}), box("mdat")}),
+                             cat({box("free"), box("skip", {"abc"}), box("new "), box("mdat")})},
+                    EditCase{"InsertInPlace", insert<true>, cat({box("free"), box("skip", {"abc"}), box("mdat")}),
+                             cat({box("free"), box("new "), box("mdat")})},
+                    EditCase{"InsertBeforeFragments", insert<false>, cat({box("free"), box("skip"), box("moof")}), "", failed,
+                             "movie fragments"},
+                    EditCase{"ShiftBothWidths", shift(10), tables({48, 100}, {1ULL << 33}), tables({58, 110}, {(1ULL << 33) + 10})},
+                    EditCase{"ShiftBack", shift(-8), tables({48}, {~0ULL}), tables({40}, {~0ULL - 8})},
+                    EditCase{"ShiftLongTables", shift(7), longTables(0), longTables(7)},
+                    EditCase{"ShiftNoTable", shift(1), box("moov", {track({})}), "", failed},
+                    EditCase{"ShiftOutOf32Bits", shift(6), tables({1, ~0U - 5}, {1}), "", failed, "does not fit 32 bits"},
+                    EditCase{"ShiftOutOf64Bits", shift(6), tables({1}, {~0ULL - 5}), "", failed, "does not fit 64 bits"},
+                    EditCase{"ShiftBelowZero", shift(-6), tables({10, 5}, {10}), "", failed, "does not fit 32 bits"},
+                    EditCase{"CountBeyondTheBox", shift(1), boasting, "", failed, "has no room for its 2 entries"}),
+    nameOf<EditCase>);
+
+// ---- Layout ----------------------------------------------------------------------------------------
+
+namespace {
+
+bool moovFirst(Container& container) {
+    return container.moovFirst();
+}
+bool nothing(Container& container) {
+    return !container.moovFirst() && !container.isMdatFirst();
+}
+bool setTime(Container& container) {
+    return container.updateTimeStamp(0x1'2233'4455);
+}
+
+const Bytes ftyp = box("ftyp", {"isom", u32(512)});
+const Bytes packet = uuidBox(MP4::XMP::_UUID, {"packet"});
+const auto moved = static_cast<uint32_t>(tables({1, 2}, {3}).size());
+
+const Bytes manyBoxes = [] {
+    Bytes boxes;
+    for (int i = 0; i < 300; ++i) {
+        boxes += box("free");
+    }
+    return boxes;
+}();
+
+/// A movie whose headers, of each form that there is, have this creation time.
+Bytes timed(uint64_t time) {
+    const auto narrow = [time](const char* type) { return fullBox(type, 0, {u32(time & 0xFFFFFFFF), zeros(80)}); };
+    const Bytes large = cat({u32(1), "mdhd", u64(120), u8(0), zeros(3), u32(time & 0xFFFFFFFF), zeros(96)});
+    return box("moov", {narrow("mvhd"), box("trak", {fullBox("tkhd", 1, {u64(time), zeros(92)}), box("mdia", {large})}),
+                        box("trak", {narrow("tkhd"), box("mdia", {narrow("mdhd")})}),
+                        box("trak", {box("tkhd"), box("mdia", {withSize(box("mdhd"), 40)})})});
+}
+
+} // namespace
+
+INSTANTIATE_TEST_SUITE_P(
+    MoovFirst, Edit,
+    testing::Values(
+        EditCase{"Served", moovFirst, cat({ftyp, box("mdat", {"0123abcd"}), tables({24, 999}, {24}), packet}),
+                 cat({ftyp, tables({24 + moved, 999 + moved}, {24 + moved}), box("mdat", {"0123abcd"}), packet})},
+        EditCase{"SeveralMediaBoxes", moovFirst,
+                 cat({box("mdat", {"0123"}), box("mdat", {"abcd"}), tables({8, 20}, {24 + moved + 8}), box("mdat", {"wxyz"}), zeros(5)}),
+                 cat({tables({8 + moved, 20 + moved}, {24 + moved + 8}), box("mdat", {"0123"}), box("mdat", {"abcd"}),
+                      box("mdat", {"wxyz"}), zeros(5)})},
+        EditCase{"MediaBehindToo", moovFirst, cat({box("mdat", {"0123"}), tables({8, 8}, {20 + moved}), box("mdat")}),
+                 cat({tables({8 + moved, 8 + moved}, {20 + moved}), box("mdat", {"0123"}), box("mdat")})},
+        EditCase{"BoxesInBetween", moovFirst, cat({box("mdat", {"0123"}), packet, tables({8, 500}, {8})}),
+                 cat({tables({8 + moved, 500}, {8 + moved}), box("mdat", {"0123"}), packet})},
+        EditCase{"OpenEndedMovie", moovFirst, cat({box("mdat", {"0123"}), withSize(tables({8, 8}, {8}), 0)}),
+                 cat({tables({8 + moved, 8 + moved}, {8 + moved}), box("mdat", {"0123"})})},
+        EditCase{"CutOff", moovFirst, cat({box("mdat"), tables({8, 8}, {8}), withSize(box("free"), 9)}), "", failed, "cut off"},
+        EditCase{"OffsetLeaves32Bits", moovFirst, cat({box("mdat"), tables({8, ~0U}, {8})}), "", failed, "does not fit 32 bits"},
+        EditCase{"Fragments", moovFirst, cat({box("mdat"), tables({8, 8}, {8}), box("moof")}), "", failed, "movie fragments"},
+        EditCase{"TableInABoxTooSmall", moovFirst, cat({box("mdat"), box("moov", {track({stco({8})}), withSize(track({stco({8})}), 110)})}),
+                 "", failed, "is damaged"},
+        EditCase{"TableInTheWrongBox", moovFirst, cat({box("mdat"), box("moov", {track({stco({8})}), box("trak", {box("minf")})})}), "",
+                 failed, "is damaged"},
+        EditCase{"OtherOffsets", moovFirst, cat({box("mdat"), box("moov", {track({stco({8}), box("saio")})})}), "", failed,
+                 "cannot be corrected"},
+        EditCase{"MoreHeadersThanBytes", moovFirst,
+                 cat({box("mdat"), box("moov", {track({stco({8})}), withSize(box("trak"), 3000)}), manyBoxes}), "", failed, "parsed whole"},
+        EditCase{"AlreadyFirst", nothing, cat({ftyp, tables({8}, {8}), box("mdat")})}, EditCase{"NoMedia", nothing, tables({8}, {8})},
+        EditCase{"CreationTimes", setTime, timed(1), timed(0x1'2233'4455)}),
+    nameOf<EditCase>);

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "MP4Container.h"
+#include "Scratch.h"
+
+namespace test {
+
+/// One edit of one file. What no row names stays as it is.
+struct EditCase {
+    std::string name;
+    std::function<bool(MP4::Container&)> edit;
+    Bytes before;
+    Bytes after = "";        ///< empty: as before
+    std::string out = "";    ///< what is printed; `failed`: the edit fails and says so
+    std::string reason = ""; ///< what standard error tells of a failure
+};
+
+constexpr const char* failed = "failed";
+
+/// The rows are judged in edit_test.cpp; each subject adds its own.
+class Edit : public testing::TestWithParam<EditCase> {};
+
+inline ByteArray arrayOf(const Bytes& bytes) {
+    ByteArray array;
+    array.assign(bytes.data(), bytes.size());
+    return array;
+}
+
+} // namespace test
