@@ -143,27 +143,14 @@ Bytes udta(Parts boxes) {
 }
 const Bytes xml = spherical("<xml/>");
 
-bool addLocations(Container& container) {
-    return container.appendLocations(tokyo);
-}
-bool addSpherical(Container& container) {
-    return container.appendSphericalVideoXML("<xml/>");
-}
-bool addBoth(Container& container) {
-    return container.appendLocationAndSphericalVideoXML(tokyo, "<xml/>");
-}
-bool addTheFirst(Container& container) {
-    return container.appendLocationAndSphericalVideoXML(tokyo, "");
-}
-bool addNeither(Container& container) {
-    return container.appendLocationAndSphericalVideoXML({}, "");
-}
-bool removeBad(Container& container) {
-    return container.removeBadLOCI();
-}
-bool addPacket(Container& container) {
-    return container.appendXMP("<xmp/>");
-}
+const auto addLocations = edit(&Container::appendLocations, tokyo);
+const auto addSpherical = edit(&Container::appendSphericalVideoXML, "<xml/>");
+const auto addPacket = edit(&Container::appendXMP, "<xmp/>");
+const auto addBoth = edit(&Container::appendLocationAndSphericalVideoXML, tokyo, "<xml/>");
+const auto addTheFirst = edit(&Container::appendLocationAndSphericalVideoXML, tokyo, "");
+const auto addNeither = edit(&Container::appendLocationAndSphericalVideoXML, GPSInfo(), "");
+const auto removeBad = edit(&Container::removeBadLOCI);
+
 bool addPacketAndAxis(Container& container) {
     return container.appendXMP("") && container.appendAxis("axis") && container.appendAxis("axis");
 }

@@ -162,9 +162,6 @@ std::function<bool(Container&)> carry(const Bytes& from, bool whole) {
 bool carryTwice(Container& container) {
     return carry(recording(), false)(container) && carry(recording(), true)(container);
 }
-bool moovFirst(Container& container) {
-    return container.moovFirst();
-}
 
 const uint64_t at = target(zeros(16)).size();
 const Bytes carriedWhole = [] {
@@ -197,6 +194,6 @@ INSTANTIATE_TEST_SUITE_P(Spatial, Edit,
                                                   "MP4: SpatialData is existed.\n"},
                                          EditCase{"RecordWithoutRoom", carry(recording(), false), target(zeros(15)), "", failed},
                                          EditCase{"NoChunkOffsets", carry(withoutTable, true), withSize(media, 0), "", failed},
-                                         EditCase{"MovedByTheMovie", moovFirst, media + sound(0) + movie(0),
+                                         EditCase{"MovedByTheMovie", edit(&Container::moovFirst), media + sound(0) + movie(0),
                                                   movie(movie(0).size()) + media + sound(movie(0).size())}),
                          nameOf<EditCase>);

@@ -33,13 +33,6 @@ def ffmpeg(*arguments):
     assert result.returncode == 0, result.stderr.decode()
 
 
-def stream_hashes(path):
-    """The checksum of every decoded stream, as ffmpeg sees it."""
-    result = run("ffmpeg", "-v", "error", "-i", path, "-map", "0", "-f", "streamhash", "-")
-    assert result.returncode == 0 and not result.stderr, result.stderr.decode()
-    return result.stdout
-
-
 def packets(path):
     """The checksum, size and time of every packet of every stream."""
     result = run("ffmpeg", "-v", "error", "-i", path, "-map", "0", "-c", "copy", "-f", "framemd5", "-")

@@ -1,9 +1,9 @@
 #include "Scratch.h"
 
-#include <array>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <utility>
 
 #include <stdlib.h>
 #include <unistd.h>
@@ -35,38 +35,18 @@ Bytes contentOf(const std::wstring& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-namespace {
-
-/// Stands in for a standard stream as long as it lives.
-class Replaced {
-public:
-    explicit Replaced(FILE*& stream_) : stream(stream_), saved(stream_) { stream = std::tmpfile(); }
-    ~Replaced() {
-        std::fclose(stream);
-        stream = saved;
-    }
-    Replaced(const Replaced&) = delete;
-    Replaced& operator=(const Replaced&) = delete;
-
-    [[nodiscard]] std::string text() const {
-        std::fflush(stream);
-        std::string bytes(fs::file_size("/proc/self/fd/" + std::to_string(fileno(stream))), '\0');
-        bytes.resize(static_cast<size_t>(::pread(fileno(stream), bytes.data(), bytes.size(), 0)));
-        return bytes;
-    }
-
-private:
-    FILE*& stream;
-    FILE* const saved;
-};
-
-} // namespace
-
 Printed printed(const std::function<void()>& work) {
-    const Replaced out(stdout);
-    const Replaced err(stderr);
+    FILE* const standard[] = {std::exchange(stdout, std::tmpfile()), std::exchange(stderr, std::tmpfile())};
     work();
-    return {out.text(), err.text()};
+    FILE* const used[] = {std::exchange(stdout, standard[0]), std::exchange(stderr, standard[1])};
+    Printed texts;
+    for (auto [stream, text] : {std::pair{used[0], &texts.out}, {used[1], &texts.err}}) {
+        std::fflush(stream);
+        text->resize(fs::file_size("/proc/self/fd/" + std::to_string(fileno(stream))));
+        text->resize(static_cast<size_t>(::pread(fileno(stream), text->data(), text->size(), 0)));
+        std::fclose(stream);
+    }
+    return texts;
 }
 
 } // namespace test
