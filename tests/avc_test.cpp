@@ -243,6 +243,11 @@ const Bytes fresh = box("udta", {"new"});
 const auto grown = static_cast<uint32_t>(movie(1, newVui, 0, {}).size() - movie(0, none, 0, {}).size());
 const std::string line = "Container::appendFullRangeAndConstrainedSet1Flag: 0 - 1, constrained_set1_flag:  0 - 1\n";
 
+/// The same with another size of the configuration.
+Bytes lying(Bytes content, uint32_t size) {
+    return content.replace(content.find("avcC") - 4, 4, u32(size));
+}
+
 const auto mark = edit(&MP4::Container::appendFullRangeAndConstrainedSet1Flag, true);
 const auto replaceUdta = edit(&MP4::Container::replaceUdta, 7ULL, arrayOf(fresh));
 
@@ -258,6 +263,8 @@ INSTANTIATE_TEST_SUITE_P(
                              movie(1, newVui, 9, {between, box("free", {zeros(92 - grown)}), box("free")}) + media, line},
                     EditCase{"UserDataTooSmall", mark, media + movie(0, none, 8, {box("udta")}), media + movie(1, newVui, 8, {box("udta")}),
                              line},
+                    EditCase{"ConfigurationBeyondItsBoxes", mark, lying(movie(0, none, 9, {old}), 0xF0000000), "", "failed",
+                             "do not lie within one another"},
                     EditCase{"MediaBehind", mark, movie(0, none, 9, {}) + media, movie(1, newVui, 9 + grown, {}) + media, line},
                     EditCase{"UserDataReplaced", replaceUdta, movie(0, none, 100, {old}) + media,
                              movie(0, none, 100 - static_cast<uint32_t>(old.size() - fresh.size()), {fresh}) + media},

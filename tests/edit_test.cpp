@@ -124,7 +124,13 @@ TEST(Rewrite, HarmsNoOtherFile) {
     EXPECT_TRUE(stale.attach(path) && container.attach(path) && container.moovFirst());
     const Bytes after = contentOf(path);
     EXPECT_FALSE(quietly([&] { return stale.updateTimeStamp(1) || stale.moovFirst(); }));
+    EXPECT_TRUE(stale.attach(path));
+    fs::last_write_time(fs::path(path), fs::last_write_time(fs::path(path)) + std::chrono::seconds(1));
+    EXPECT_FALSE(quietly([&] { return stale.updateTimeStamp(1) || container.overwriteSpatialDataOffset(0); }));
     EXPECT_EQ(contentOf(path), after);
+    EXPECT_TRUE(stale.attach(path) && stale.updateTimeStamp(0) && stale.updateTimeStamp(0)) << "its own edits are no surprise";
+    EXPECT_TRUE(container.attach(path) && stale.appendXMP("") && !quietly([&] { return container.appendXMP(""); }));
+    EXPECT_EQ(contentOf(path), after + uuidBox(MP4::XMP::_UUID));
 }
 
 namespace {
@@ -157,7 +163,7 @@ std::function<bool(Container&)> resize(long long by) {
 /// Boxes in one another whose sizes are wrong by so much.
 Bytes sizes(int by) {
     const auto word = [by](int size) { return u32(static_cast<uint32_t>(size + by)); };
-    return cat({box("free"), word(35), "moov", u32(1), "trak", u64(27 + static_cast<uint64_t>(by)), word(11), "mdia", zeros(3)});
+    return cat({box("free"), word(35), "moov", u32(1), "trak", u64(static_cast<uint64_t>(27 + by)), word(11), "mdia", zeros(3)});
 }
 
 Bytes tables(std::initializer_list<uint32_t> narrow, std::initializer_list<uint64_t> wide) {

@@ -173,6 +173,12 @@ Bytes record(uint32_t count) {
 }
 
 const Bytes media = box("mdat", {"01234567"});
+const Bytes recordBeyond = box("moov", {box("mvhd"), box("udta", {withSize(box("ZDT9"), 24)})}) + box("mdat", {zeros(40)});
+const Bytes largeHeaders = [] {
+    const Bytes& track = recording().substr(recording().find("ZATR") - 4);
+    const Bytes identity(MP4::SpatialData::_UUID.begin(), MP4::SpatialData::_UUID.end());
+    return ftyp + largeBox("uuid", {identity, largeBox("ZADT", {samples(0, 5000)}), track});
+}();
 const Bytes withoutTable = ftyp + block(samples(0, 8), box("ZATR", {tkhd(0)}));
 
 Bytes movie(uint64_t by) {
@@ -193,6 +199,9 @@ INSTANTIATE_TEST_SUITE_P(Spatial, Edit,
                                                   target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000)),
                                                   "MP4: SpatialData is existed.\n"},
                                          EditCase{"RecordWithoutRoom", carry(recording(), false), target(zeros(15)), "", failed},
+                                         EditCase{"RecordBeyondItsBoxes", carry(recording(), false), recordBeyond, "", failed},
+                                         EditCase{"TrimmedFromLargeHeaders", carry(largeHeaders, false), target(zeros(16)),
+                                                  target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000))},
                                          EditCase{"NoChunkOffsets", carry(withoutTable, true), withSize(media, 0), "", failed},
                                          EditCase{"MovedByTheMovie", edit(&Container::moovFirst), media + sound(0) + movie(0),
                                                   movie(movie(0).size()) + media + sound(movie(0).size())}),

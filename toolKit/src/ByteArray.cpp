@@ -2,22 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <utility>
-
-namespace {
-
-std::unique_ptr<uint8_t[]> allocate(size_t size) {
-    return size == 0 ? nullptr : std::make_unique_for_overwrite<uint8_t[]>(size);
-}
-
-void copy(uint8_t* destination, const void* source, size_t size) {
-    if (size != 0) {
-        std::memcpy(destination, source, size);
-    }
-}
-
-} // namespace
 
 ByteArray::ByteArray(ByteArray&& other) noexcept
     : bytes(std::move(other.bytes)), count(std::exchange(other.count, 0)) {}
@@ -33,31 +20,46 @@ ByteArray& ByteArray::operator=(ByteArray&& other) noexcept {
     return *this;
 }
 
-void ByteArray::resize(size_t size) {
-    auto resized = allocate(size);
-    const size_t kept = std::min(count, size);
-    copy(resized.get(), bytes.get(), kept);
-    std::fill(resized.get() + kept, resized.get() + size, uint8_t{0});
-    bytes = std::move(resized);
+void ByteArray::reallocate(size_t size) {
+    if (size == 0) {
+        clear();
+        return;
+    }
+    // Where the block can grow in place nothing is copied: a result appended bit by bit stays cheap.
+    void* const block = std::realloc(bytes.get(), size);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    (void)bytes.release();
+    bytes.reset(static_cast<uint8_t*>(block));
     count = size;
 }
 
+void ByteArray::resize(size_t size) {
+    const size_t kept = std::min(count, size);
+    reallocate(size);
+    std::fill(begin() + kept, end(), uint8_t{0});
+}
+
 void ByteArray::assign(const void* source, size_t size) {
-    auto assigned = allocate(size);
-    copy(assigned.get(), source, size);
-    bytes = std::move(assigned);
-    count = size;
+    ByteArray assigned;
+    assigned.append(source, size);
+    *this = std::move(assigned);
 }
 
 void ByteArray::append(const void* source, size_t size) {
     if (size > SIZE_MAX - count) {
         throw std::bad_array_new_length();
     }
-    auto appended = allocate(count + size);
-    copy(appended.get(), bytes.get(), count);
-    copy(appended.get() + count, source, size);
-    bytes = std::move(appended);
-    count += size;
+    if (size == 0) {
+        return;
+    }
+    const auto* from = static_cast<const uint8_t*>(source);
+    const bool own = std::greater_equal<>()(from, data()) && std::less<>()(from, data() + count);
+    const size_t within = own ? static_cast<size_t>(from - data()) : 0;
+    const size_t before = count;
+    reallocate(count + size);
+    std::memcpy(data() + before, own ? data() + within : from, size);
 }
 
 void ByteArray::clear() {

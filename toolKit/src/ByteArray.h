@@ -2,12 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 
 /// A byte buffer: one heap block of exactly size() bytes.
 ///
-/// It keeps no spare capacity, so append() copies the whole content; a long result is better
-/// resized once and filled in place.
+/// It keeps no spare capacity; a long result is better resized once and filled in place than
+/// appended bit by bit.
 class ByteArray {
 public:
     ByteArray() = default;
@@ -40,6 +41,12 @@ public:
     void clear();
 
 private:
-    std::unique_ptr<uint8_t[]> bytes;
+    struct Release {
+        void operator()(uint8_t* block) const { std::free(block); }
+    };
+    /// Changes the size; bytes that are new are not set.
+    void reallocate(size_t size);
+
+    std::unique_ptr<uint8_t[], Release> bytes;
     size_t count = 0;
 };

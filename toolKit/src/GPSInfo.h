@@ -28,8 +28,8 @@ public:
     std::string rxyz; ///< the text last given to attachRXYZ()
 
     /// Reads an ISO 6709 text in degrees: latitude, longitude and, unless '/' follows, an altitude that
-    /// ends with '/' or "CRSWGS_84/". A coordinate that does not read is invalid and 0; an altitude
-    /// that is missing or does not end so is invalid and keeps its value.
+    /// ends with '/' or "CRSWGS_84/". A coordinate that does not read is invalid and 0. An altitude that
+    /// is missing or does not end so is invalid; its value is what it was before a '/', else what was read.
     void attachRXYZ(const char* text);
     void attachCompass(double degrees);
     /// Takes the first exif:GPSImgDirection element of an XMP packet, a fraction; without one that

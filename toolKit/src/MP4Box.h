@@ -38,6 +38,8 @@ using Usertype = std::array<uint8_t, 16>;
 /// A plain BOX is a box whose type means nothing to the toolkit where it stands; its body is not read.
 class BOX {
 public:
+    static constexpr uint64_t compactHeader = 8; ///< bytes of a header without a largesize
+
     int32_t depth = 0;      ///< -1 for the root, 0 for a top-level box; indents the dump
     uint64_t offset = 0;    ///< file offset of the first header byte
     uint64_t boxSize = 0;   ///< total size in bytes, header included
@@ -66,7 +68,7 @@ public:
     virtual void parseBox(BinFile& file, uint64_t limit);
 
     /// 8, or 16 with a largesize.
-    [[nodiscard]] uint64_t headerSize() const { return largeSize ? 16 : 8; }
+    [[nodiscard]] uint64_t headerSize() const { return compactHeader + (largeSize ? sizeof(uint64_t) : 0); }
     /// File offset just behind the box as its header declares it; 2^64 - 1 where that does not fit.
     [[nodiscard]] uint64_t end() const;
     /// File offset behind the last byte that belongs to this box, to every box around it and to a file

@@ -495,7 +495,8 @@ ByteArray escaped(const ByteArray& raw) {
     return nalUnit;
 }
 
-/// Whether nothing in the unit looks like a start code; zero bytes at its end are no part of it.
+/// Whether nothing in the unit looks like a start code; zero bytes at its end are no part of it. A unit
+/// that only holds 00 00 03 may be either, and counts as escaped: so every reader takes it.
 bool isEscaped(const ByteArray& nalUnit) {
     size_t size = nalUnit.size();
     while (size != 0 && nalUnit[size - 1] == 0) {

@@ -33,8 +33,8 @@ public:
     /// video_full_range_flag; where there was no video signal type, one is added (video_format 5,
     /// unspecified), and so is a VUI. The last two outputs tell what the flags were. Emulation
     /// prevention bytes (ITU-T H.264 7.4.1.1) are put where the changed set needs them; a set that
-    /// was not escaped at all is written in the same way. On failure `body` is empty and the flags keep
-    /// their values.
+    /// was not escaped at all is written in the same way, unless it would be read as an escaped one. On
+    /// failure `body` is empty and the flags keep their values.
     bool assign_fullRange_and_constrained_set1_flag(ByteArray& body, bool fullRange, bool& wasFullRange,
                                                     bool& wasConstrainedSet1) const;
 };

@@ -11,31 +11,40 @@ namespace {
 
 using Brisa::Console;
 
-Tail walkToTail(BinFile& file) {
-    Tail tail;
-    tail.length = file.length();
-    NestedBox boxes(0, tail.length, fourcc("root"), nullptr);
-    boxes.parseBox(file, tail.length);
+/// The end of a file as a reader sees it that walks the top-level boxes.
+struct Tail {
+    uint64_t length = 0;     ///< of the file
+    uint64_t reached = 0;    ///< where the walk ends
+    uint64_t lastOffset = 0; ///< of the last box
+    bool openEnded = false;  ///< whether the last box has a size field of 0
+};
+
+Tail tailOf(const NestedBox& boxes, BinFile& file) {
+    Tail tail{.length = boxes.boxSize};
     if (!boxes.children.empty()) {
         const BOX& last = *boxes.children.back();
         tail.reached = last.end();
         tail.lastOffset = last.offset;
-        file.limit = tail.length;
         file.seek_set(last.offset);
         tail.openEnded = file.read32() == 0;
     }
     return tail;
 }
 
-/// Cuts a file back when it goes out of scope, unless what was appended is kept.
+/// Takes back what was appended when it goes out of scope, unless it is kept.
 class Undo {
 public:
     Undo(Brisa::FileIO& file_, const Tail& before_) : file(file_), before(before_) {}
     Undo(const Undo&) = delete;
     Undo& operator=(const Undo&) = delete;
     ~Undo() {
-        if (!kept) {
-            cutBack(file, before);
+        if (kept) {
+            return;
+        }
+        BinFile view(file);
+        const bool cut = file.truncate(before.length);
+        if (!cut || (before.openEnded && !(view.seek_set(before.lastOffset) && view.write32(0)))) {
+            Console::err(L"MP4: what was appended could not be taken back.\n");
         }
     }
     void keep() { kept = true; }
@@ -47,12 +56,11 @@ private:
 };
 
 void warnIfUnreachable(const Tail& tail, const std::wstring& path) {
-    constexpr uint64_t headerBytes = 8;
     if (tail.reached == tail.length) {
         return;
     }
     const wchar_t* const reason = tail.reached > tail.length ? L"the last box in front of it is cut off"
-                                  : tail.length - tail.reached < headerBytes
+                                  : tail.length - tail.reached < BOX::compactHeader
                                       ? L"the bytes in front of it are no box"
                                       : L"the box header in front of it has no type or no size";
     Console::err(L"MP4: warning: readers will not find the box appended to %ls: %ls.\n", path.c_str(),
@@ -60,14 +68,6 @@ void warnIfUnreachable(const Tail& tail, const std::wstring& path) {
 }
 
 } // namespace
-
-void cutBack(Brisa::FileIO& file, const Tail& before) {
-    BinFile view(file);
-    const bool cut = file.truncate(before.length);
-    if (!cut || (before.openEnded && !(view.seek_set(before.lastOffset) && view.write32(0)))) {
-        Console::err(L"MP4: what was appended could not be taken back.\n");
-    }
-}
 
 bool Container::attach(const std::wstring& path_, unsigned long long limit) {
     return Brisa::FileIO::open(path_, [&](Brisa::FileIO& file) {
@@ -126,7 +126,7 @@ void Container::dump() const {
     }
 }
 
-bool Container::reserves(const Brisa::FileIO& file) const {
+bool Container::describes(const Brisa::FileIO& file) const {
     if (partial) {
         Console::err(L"MP4: %ls could not be parsed whole.\n", path.c_str());
         return false;
@@ -135,30 +135,21 @@ bool Container::reserves(const Brisa::FileIO& file) const {
         Console::err(L"MP4: %ls is being edited by somebody else.\n", path.c_str());
         return false;
     }
-    return true;
-}
-
-bool Container::describes(const Brisa::FileIO& file) const {
     const bool same = root != nullptr && file.identity() == parsed && root->boxSize == parsed.length;
     if (!same) {
         Console::err(L"MP4: %ls is not what was parsed of it.\n", path.c_str());
     }
-    return same && reserves(file);
+    return same;
 }
 
-bool Container::append(std::function<bool(Brisa::FileIO&)> write) const {
-    Tail before;
-    return append(std::move(write), before);
-}
-
-bool Container::append(std::function<bool(Brisa::FileIO&)> write, Tail& tail) const {
+bool Container::append(std::function<bool(Brisa::FileIO&)> write) {
     bool appended = false;
-    open_a([&](Brisa::FileIO& file) {
-        BinFile view(file);
-        if (!reserves(file)) {
+    const bool opened = open_a([&](Brisa::FileIO& file) {
+        if (!describes(file)) {
             return;
         }
-        tail = walkToTail(view);
+        BinFile view(file);
+        const Tail tail = tailOf(*root, view);
         if (view.failed()) {
             Console::err(L"MP4: reading %ls failed.\n", path.c_str());
             return;
@@ -182,6 +173,9 @@ bool Container::append(std::function<bool(Brisa::FileIO&)> write, Tail& tail) co
             warnIfUnreachable(tail, path);
         }
     });
+    if (opened) {
+        attach(path);
+    }
     return appended;
 }
 

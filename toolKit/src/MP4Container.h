@@ -16,7 +16,6 @@ namespace MP4 {
 class Moves;
 class SpatialSound;
 struct Insertion;
-struct Tail;
 
 /// One MP4 file: its path and the box tree parsed from it.
 ///
@@ -34,9 +33,10 @@ public:
     MDAT* mdat = nullptr;       ///< the first top-level `mdat`
     TRAK* trak = nullptr;       ///< the video track: the last `trak` whose `tkhd` has a width above 0
 
-    /// Whether a parse keeps the payloads of `uuid` boxes and the entries of sample tables in the
-    /// tree. A program that only needs to know where boxes lie clears it before attach(): then
-    /// memory and time do not grow with what the boxes hold.
+    /// Whether a parse keeps the payloads of `uuid` and `avcC` boxes and the entries of sample tables
+    /// in the tree. A program that only needs to know where boxes lie clears it before attach(): then
+    /// memory and time do not grow with what the boxes hold. Of the edits, only
+    /// appendFullRangeAndConstrainedSet1Flag() needs the contents; it fails without.
     bool keepContents = true;
 
     Container() = default;
@@ -65,14 +65,15 @@ public:
     void dump() const;
 
     /// Appends one box at the end of the container's file: `write` is called with the file
-    /// positioned there and tells whether it wrote the whole box.
+    /// positioned there and tells whether it wrote the whole box. Refused when the file is not what was
+    /// parsed, so that a box that the tree has not is appended only once.
     ///
     /// A last box whose size field is 0 (open to the end of the file) would swallow the new one: it
     /// gets its real size first. Where no reader that walks the boxes arrives at the end (a last
     /// box that is cut off, bytes that are no box) the append is done and a warning on standard
     /// error says so. If anything fails, the file is cut back to its former length, the size field
-    /// is put back and the result is false. The tree is not parsed again.
-    bool append(std::function<bool(Brisa::FileIO&)> write) const;
+    /// is put back and the result is false. Ends with an attach(), unless `write` throws.
+    bool append(std::function<bool(Brisa::FileIO&)> write);
 
     // Editing. An edit either patches the container's own file or rewrites it: a complete new file is
     // written under the container's path with ".tmp.mp4" appended (or under `outputPath`), patched,
@@ -167,8 +168,8 @@ public:
     /// Puts the XML into the video track, as its last child or in the place of the spherical-video box
     /// that a track has. False without `moov`, `mdat` or a video track.
     bool appendSphericalVideoXML(const std::string& xml);
-    /// Both at once, in a single rewrite unless the order of the boxes forbids it: the location boxes if
-    /// latitude and longitude are valid, the XML if it is not empty.
+    /// Both at once, in a single rewrite: the location boxes if latitude and longitude are valid, the XML
+    /// if it is not empty.
     bool appendLocationAndSphericalVideoXML(const GPSInfo& position, const std::string& xml);
     /// Appends the text at the end of the file, see append(). When the file has a box of that kind
     /// already: "MP4: XMP is existed.\n" or "MP4: AXIS is existed.\n" and true.
@@ -220,8 +221,9 @@ private:
     template <class Kind>
     bool appendOnce(const std::string& text, const wchar_t* notice);
 
-    bool append(std::function<bool(Brisa::FileIO&)> write, Tail& before) const;
     bool appendBlock(uint64_t sourceOffset, std::function<bool(Brisa::FileIO&)> write);
+    /// What overwriteSpatialDataOffset() does, on a file that is open for it.
+    bool pointToSpatialData(BinFile& file, uint64_t oldOffset);
 
     bool partial = false;
     Brisa::FileIO::Identity parsed; ///< the file that the tree describes
@@ -241,16 +243,17 @@ private:
     /// Whether all that points into the bytes that move can be corrected; says so if not.
     [[nodiscard]] bool mayMove(const Moves& moves, bool everyChunkMoves) const;
     [[nodiscard]] bool movesFragments(const Moves& moves) const;
-    /// Whether this edit gets the file to itself, and there is a tree to go by; says so if not.
-    [[nodiscard]] bool reserves(const Brisa::FileIO& file) const;
-    /// The same, and whether the tree describes this very file, and all of it.
+    /// Whether an edit gets this file to itself, as long as the handle is open, and the tree describes
+    /// it, and all of it; says so if not.
     [[nodiscard]] bool describes(const Brisa::FileIO& file) const;
-    /// Whether the tree describes the file and the box lies within those around it; says so if not.
-    [[nodiscard]] bool mayPatch(const BinFile& file, const BOX& box) const;
+    /// Whether the box lies within those around it; says so if not.
+    [[nodiscard]] bool mayPatch(const BOX& box) const;
     /// The strategies of appendFullRangeAndConstrainedSet1Flag() that write into the file as it stands.
     bool overwriteAvcC(const BOX& avcC, const ByteArray& newBox);
     bool overwriteUpToUdta(const BOX& avcC, const ByteArray& newBox, const BOX& udta);
     [[nodiscard]] std::wstring newFilePath() const;
+    /// Prints the line of an edit in place that failed; false.
+    bool patchFailed(const wchar_t* operation) const;
     /// Ends a rewrite that failed: prints its line and attaches again; false.
     bool rewriteFailed(const wchar_t* operation);
 };

@@ -21,8 +21,6 @@ constexpr uint64_t shifted(uint64_t offset, long long by) {
 ByteArray makeBox(uint32_t tag, const ByteArray& body);
 /// Whether a box with a 32-bit size can hold `bytes` of content; says so on standard error if not.
 bool fitsBox(uint64_t bytes);
-/// More bytes than the location boxes take beside the text that a position record was given.
-constexpr uint64_t otherLocationBoxes = 256;
 
 /// How far it is from `from` to `to`.
 constexpr long long distance(uint64_t from, uint64_t to) {
@@ -73,17 +71,6 @@ Insertion inPlaceOf(BOX& child, const ByteArray& bytes);
 /// the one around it, and so on, and the last one in a file of `length` bytes. In a damaged file they
 /// need not.
 bool liesWithin(uint64_t from, uint64_t to, const BOX* around, uint64_t length);
-
-/// The end of a file as a reader sees it that walks the top-level boxes.
-struct Tail {
-    uint64_t length = 0;     ///< of the file
-    uint64_t reached = 0;    ///< where the walk ends
-    uint64_t lastOffset = 0; ///< of the last box
-    bool openEnded = false;  ///< whether the last box has a size field of 0
-};
-
-/// Takes back what was appended to a file since it ended so; says so on standard error if it cannot.
-void cutBack(Brisa::FileIO& file, const Tail& before);
 
 /// A box whose size changes.
 struct Resizing {

@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <string_view>
-
 #include "Brisa/BrisaConsole.h"
 #include "ByteOrder.h"
 #include "GPSInfo.h"
@@ -70,14 +67,14 @@ bool Container::appendLocations(const GPSInfo& position) {
     if (moov == nullptr || mdat == nullptr) {
         return false;
     }
-    if (!fitsBox(position.rxyz.size() + otherLocationBoxes)) {
-        return rewriteFailed(operation);
-    }
     BOX* udta = nullptr;
     ByteArray boxes;
     if (!build_locationBOX(udta, boxes, position)) {
         Brisa::Console::out(L"MP4: No location-boxes were appended.\n");
         return true;
+    }
+    if (!fitsBox(boxes.size())) {
+        return rewriteFailed(operation);
     }
     auto& parent = udta != nullptr ? static_cast<NestedBox&>(*udta) : *moov;
     return rewrite(operation, {asLastChild(parent, boxes)});
@@ -103,10 +100,16 @@ bool Container::appendGpsMeta(Brisa::FileIO& source, unsigned long long offset, 
     if (moov->children.size() < 3) {
         return false;
     }
+    constexpr const wchar_t* operation = L"appendGPSMeta";
+    BinFile view(source);
+    if (!view.seek_set(offset) || view.read32() == 0) {
+        Brisa::Console::err(L"MP4: a box that is open to the end of its file cannot be put into another.\n");
+        return rewriteFailed(operation);
+    }
     const auto copy = [&](BinFile& file) {
         return source.seek_set(offset) && source.copyTo(file, size) == size;
     };
-    return rewrite(L"appendGPSMeta", {asLastChild(*moov, size, copy)});
+    return rewrite(operation, {asLastChild(*moov, size, copy)});
 }
 
 } // namespace MP4

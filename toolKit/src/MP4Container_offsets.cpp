@@ -81,7 +81,6 @@ size_t levelOf(uint32_t tag) {
 /// Whether a box on that way is as it should be: its children fill it, but for less than a header, and
 /// those of the way are in the right place.
 bool isSound(const NestedBox& box) {
-    constexpr uint64_t headerBytes = 8;
     const size_t inside = levelOf(box.tag) + 1;
     const uint64_t reached =
         box.children.empty() ? box.offset + box.headerSize() : box.children.back()->end();
@@ -90,7 +89,7 @@ bool isSound(const NestedBox& box) {
     });
     const bool hasTable =
         box.tag != fourcc("stbl") || box.first("stco") != nullptr || box.first("co64") != nullptr;
-    return reached <= box.end() && box.end() - reached < headerBytes && inPlace && hasTable;
+    return reached <= box.end() && box.end() - reached < BOX::compactHeader && inPlace && hasTable;
 }
 
 /// Whether all that points into the media data is known. A box that ends too soon or too late, or holds

@@ -103,11 +103,10 @@ Moves movesOf(const std::vector<Insertion>& insertions) {
 } // namespace
 
 ByteArray makeBox(uint32_t tag, const ByteArray& body) {
-    constexpr size_t headerBytes = 8;
-    ByteArray box(headerBytes + body.size());
+    ByteArray box(BOX::compactHeader + body.size());
     storeBigEndian(box.data(), static_cast<uint32_t>(box.size()));
     std::memcpy(box.data() + sizeof(uint32_t), &tag, sizeof tag);
-    std::copy(body.begin(), body.end(), box.data() + headerBytes);
+    std::copy(body.begin(), body.end(), box.data() + BOX::compactHeader);
     return box;
 }
 
@@ -188,14 +187,19 @@ bool Container::rewriteFailed(const wchar_t* operation) {
     return false;
 }
 
+bool Container::patchFailed(const wchar_t* operation) const {
+    Console::out(L"Container::modifyContainer::%ls(%ls) failed.\n", operation, path.c_str());
+    return false;
+}
+
 bool Container::modifyContainer(const wchar_t* operation, std::function<bool(BinFile&)> edit) {
     bool modified = false;
     open_a([&](FileIO& file) {
         BinFile view(file);
-        modified = reserves(file) && edit(view);
+        modified = describes(file) && edit(view);
     });
     if (!modified) {
-        Console::out(L"Container::modifyContainer::%ls(%ls) failed.\n", operation, path.c_str());
+        patchFailed(operation);
     }
     attach(path);
     return modified;
@@ -212,7 +216,7 @@ bool Container::modifyContainer(const wchar_t* operation,
             Console::err(L"MP4: %ls is no place for a new file.\n", newFile.path.c_str());
             return;
         }
-        if (!reserves(file)) {
+        if (!describes(file)) {
             return;
         }
         BinFile source(file);

@@ -16,9 +16,11 @@ using Brisa::FileIO;
 
 constexpr const char* tablesOfBlock = "ZATR.mdia.minf.stbl";
 
+constexpr const wchar_t* tablesOperation = L"overwriteSpatialDataOffset_ZADT";
+constexpr const wchar_t* recordOperation = L"overwriteSpatialDataOffset_ZDT9";
+
 /// The `ZDT9` record: where the `ZADT` box lies, and how long it is.
 constexpr uint64_t recordBytes = 16;
-constexpr uint64_t headerBytes = 8;
 
 bool isSpatial(const BOX& box) {
     return box.tag == fourcc("uuid") && box.hasChild();
@@ -28,22 +30,9 @@ BOX* recordOf(const MOOV* moov) {
     return moov != nullptr ? moov->first("udta.ZDT9") : nullptr;
 }
 
-bool holdsRecord(const BOX& box) {
-    return box.boxSize >= box.headerSize() + recordBytes;
-}
-
-/// Moves the record along with the block, if it points into it.
-bool correctRecord(const BOX* record, BinFile& file, const BOX& block, long long by) {
-    if (record == nullptr || !holdsRecord(*record)) {
-        return true;
-    }
-    const uint64_t at = record->offset + record->headerSize();
-    if (!file.seek_set(at)) {
-        return false;
-    }
-    const uint64_t dataOffset = file.read64();
-    return dataOffset < block.offset || dataOffset >= block.end() ||
-           (file.seek_set(at) && file.write64(shifted(dataOffset, by)));
+bool holdsRecord(const BOX& box, uint64_t fileLength) {
+    return box.boxSize >= box.headerSize() + recordBytes &&
+           liesWithin(box.offset, box.end(), box.parent, fileLength);
 }
 
 /// Writes the record, or leaves it as it was.
@@ -74,15 +63,18 @@ bool Container::appendSpatialData(FileIO& source, unsigned long long offset, uns
 
 bool Container::trimSpatialData(FileIO& source, unsigned long long offset, const SpatialSound& sound) {
     const uint64_t kept = sound.endOffset - sound.startOffset;
-    const uint64_t content = headerBytes + kept + sound.trimmedTrack.size();
-    return appendBlock(offset, [&](FileIO& file) {
+    const uint64_t content = BOX::compactHeader + kept + sound.trimmedTrack.size();
+    // The rebuilt track points to where the data are in the source, whatever headers they have there.
+    const uint64_t headers = UUID::prefixSize + BOX::compactHeader;
+    const uint64_t asIfFrom = sound.dataOffset < headers ? offset : sound.dataOffset - headers;
+    return appendBlock(asIfFrom, [&](FileIO& file) {
         if (!fitsBox(content)) {
             return false;
         }
         const auto prefix =
             UUID::prefix(static_cast<uint32_t>(UUID::prefixSize + content), SpatialData::_UUID);
         ByteArray data = makeBox(fourcc("ZADT"), {});
-        storeBigEndian(data.data(), static_cast<uint32_t>(headerBytes + kept));
+        storeBigEndian(data.data(), static_cast<uint32_t>(BOX::compactHeader + kept));
         return file.writeAll(prefix.data(), prefix.size()) == prefix.size() &&
                file.writeAll(data.data(), data.size()) == data.size() &&
                source.seek_set(sound.dataOffset + sound.startOffset) && source.copyTo(file, kept) == kept &&
@@ -95,51 +87,55 @@ bool Container::appendBlock(uint64_t sourceOffset, std::function<bool(FileIO&)> 
         Brisa::Console::out(L"MP4: SpatialData is existed.\n");
         return true;
     }
-    Tail before;
-    if (!append(std::move(write), before)) {
-        return false;
-    }
-    attach(path);
-    if (overwriteSpatialDataOffset(sourceOffset)) {
-        return true;
-    }
-    open_a([&before](FileIO& file) { cutBack(file, before); });
-    attach(path);
-    return false;
+    return append([&](FileIO& handle) {
+        if (!write(handle) || !attach(path) || partial) {
+            return false;
+        }
+        BinFile file(handle);
+        return pointToSpatialData(file, sourceOffset);
+    });
 }
 
 bool Container::overwriteSpatialDataOffset(unsigned long long oldOffset) {
-    constexpr const wchar_t* recordOperation = L"overwriteSpatialDataOffset_ZDT9";
-    const BOX* const data = firstSpatialBox(*this, "uuid.ZADT", 0);
-    const uint64_t dataOffset = data != nullptr ? data->offset : 0;
-    const uint64_t dataSize = data != nullptr ? data->boxSize : 0;
-    const uint64_t blockOffset = data != nullptr ? data->parent->offset : oldOffset;
-    const bool known = oldOffset <= INT64_MAX;
-    const long long change = known ? distance(oldOffset, blockOffset) : 0;
-
-    const BOX* const record = recordOf(moov);
-    const bool recorded = record != nullptr;
-    const uint64_t at = recorded ? record->offset + record->headerSize() : 0;
-    if (recorded && !holdsRecord(*record)) { // known before anything is written
-        return modifyContainer(recordOperation, [](BinFile&) { return false; });
-    }
-    if (!modifyContainer(L"overwriteSpatialDataOffset_ZADT",
-                         [&](BinFile& file) { return known && modifySpatialTrakSTCOIndex(file, change); })) {
-        return false;
-    }
-    if (!recorded || modifyContainer(recordOperation, [&](BinFile& file) {
-            return writeRecord(file, at, dataOffset, dataSize);
-        })) {
-        return true;
-    }
-    open_a([&](FileIO& handle) {
+    bool done = false;
+    const bool opened = open_a([&](FileIO& handle) {
         BinFile file(handle);
-        modifySpatialTrakSTCOIndex(file, -change);
+        done = describes(handle) ? pointToSpatialData(file, oldOffset) : patchFailed(tablesOperation);
     });
-    return false;
+    if (!opened) {
+        patchFailed(tablesOperation);
+    }
+    attach(path);
+    return done;
+}
+
+bool Container::pointToSpatialData(BinFile& file, uint64_t oldOffset) {
+    const BOX* const data = firstSpatialBox(*this, "uuid.ZADT", 0);
+    const uint64_t blockOffset = data != nullptr ? data->parent->offset : oldOffset;
+    const BOX* const record = recordOf(moov);
+    if (record != nullptr && !holdsRecord(*record, root->boxSize)) { // known before anything is written
+        return patchFailed(recordOperation);
+    }
+    if (oldOffset > INT64_MAX || !modifySpatialTrakSTCOIndex(file, distance(oldOffset, blockOffset))) {
+        return patchFailed(tablesOperation);
+    }
+    if (record != nullptr &&
+        !writeRecord(file, record->offset + record->headerSize(), data != nullptr ? data->offset : 0,
+                     data != nullptr ? data->boxSize : 0)) {
+        modifySpatialTrakSTCOIndex(file, distance(blockOffset, oldOffset));
+        return patchFailed(recordOperation);
+    }
+    return true;
 }
 
 bool Container::correctSpatialOffsets(Container& written, BinFile& file, const Moves& moves) const {
+    const BOX* const record = recordOf(written.moov);
+    const bool recorded = record != nullptr && holdsRecord(*record, written.root->boxSize);
+    const uint64_t recordAt = recorded ? record->offset + record->headerSize() : 0;
+    if (recorded && !file.seek_set(recordAt)) {
+        return false;
+    }
+    const uint64_t dataOffset = recorded ? file.read64() : 0;
     for (const auto& box : root->children) {
         const long long by = moves.at(box->offset);
         if (!isSpatial(*box) || by == 0) {
@@ -153,8 +149,11 @@ bool Container::correctSpatialOffsets(Container& written, BinFile& file, const M
             return false;
         }
         const ChunkOffsets offsets(static_cast<const NestedBox&>(**block), tablesOfBlock);
-        if (!offsets.shift(file, Moves::everything(by)) ||
-            !correctRecord(recordOf(written.moov), file, *box, by)) {
+        if (!offsets.shift(file, Moves::everything(by))) {
+            return false;
+        }
+        if (recorded && dataOffset >= box->offset && dataOffset < box->end() &&
+            !(file.seek_set(recordAt) && file.write64(shifted(dataOffset, by)))) {
             return false;
         }
     }

@@ -1,3 +1,6 @@
+#include <utility>
+#include <vector>
+
 #include "Brisa/BrisaConsole.h"
 #include "GPSInfo.h"
 #include "MP4Container.h"
@@ -39,25 +42,25 @@ bool Container::appendLocationAndSphericalVideoXML(const GPSInfo& position, cons
     if (xml.empty()) {
         return appendLocations(position);
     }
-    if (!fitsBox(xml.size()) || !fitsBox(position.rxyz.size() + otherLocationBoxes)) {
-        return rewriteFailed(operation);
-    }
     BOX* udta = nullptr;
     ByteArray locations;
     if (!build_locationBOX(udta, locations, position)) {
         return appendSphericalVideoXML(xml);
     }
+    if (!fitsBox(xml.size()) || !fitsBox(locations.size())) {
+        return rewriteFailed(operation);
+    }
     BOX* existing = nullptr;
     ByteArray spherical;
     build_sphericalVideoXmlBOX(existing, spherical, xml);
-    const BOX& target = existing != nullptr ? *existing : *trak;
-    if (udta != nullptr && target.offset > udta->offset) {
-        return appendLocations(position) && appendSphericalVideoXML(xml);
-    }
     auto& parent = udta != nullptr ? static_cast<NestedBox&>(*udta) : *moov;
-    return rewrite(operation,
-                   {existing != nullptr ? inPlaceOf(*existing, spherical) : asLastChild(*trak, spherical),
-                    asLastChild(parent, locations)});
+    std::vector<Insertion> insertions{existing != nullptr ? inPlaceOf(*existing, spherical)
+                                                          : asLastChild(*trak, spherical),
+                                      asLastChild(parent, locations)};
+    if (insertions[1].from < insertions[0].from) {
+        std::swap(insertions[0], insertions[1]);
+    }
+    return rewrite(operation, insertions);
 }
 
 template <class Kind>
@@ -75,11 +78,7 @@ bool Container::appendOnce(const std::string& text, const wchar_t* notice) {
         return false;
     }
     const Kind box(text);
-    const bool appended = append([&box](Brisa::FileIO& file) { return box.write(file); });
-    if (appended) {
-        attach(path);
-    }
-    return appended;
+    return append([&box](Brisa::FileIO& file) { return box.write(file); });
 }
 
 bool Container::appendXMP(const std::string& packet) {

@@ -10,8 +10,6 @@ namespace MP4 {
 
 namespace {
 
-constexpr uint64_t headerBytes = 8;
-
 bool readAt(BinFile& file, uint64_t offset, uint64_t size, ByteArray& bytes) {
     bytes.resize(size);
     return file.seek_set(offset) && file.readAll(bytes.data(), size) == size;
@@ -93,6 +91,10 @@ bool Container::replaceUdta(unsigned long long, const ByteArray& box) {
 }
 
 bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
+    if (!keepContents) {
+        Brisa::Console::err(L"MP4: %ls was parsed without its contents.\n", path.c_str());
+        return false;
+    }
     AVCC* avcC = nullptr;
     ByteArray newBox;
     find("moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&](BOX& box) {
@@ -106,7 +108,7 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
             Brisa::Console::out(L"Container::appendFullRangeAndConstrainedSet1Flag: %d - %d, "
                                 L"constrained_set1_flag:  %d - 1\n",
                                 wasFullRange ? 1 : 0, fullRange ? 1 : 0, wasConstrainedSet1 ? 1 : 0);
-            if (wasFullRange != fullRange || !wasConstrainedSet1) {
+            if ((wasFullRange != fullRange || !wasConstrainedSet1) && fitsBox(body.size())) {
                 newBox = makeBox(fourcc("avcC"), body);
             }
         }
@@ -120,28 +122,29 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
     }
     const BOX* const udta = moov->first("udta");
     if (udta != nullptr && udta->offset > avcC->offset && liesIn(*avcC, *moov) &&
+        liesWithin(avcC->offset, avcC->end(), avcC->parent, root->boxSize) &&
         liesWithin(udta->offset, udta->end(), moov, root->boxSize)) {
         const long long filler = distance(newBox.size(), avcC->boxSize + udta->boxSize);
-        if (filler >= static_cast<long long>(headerBytes) && filler <= UINT32_MAX) {
+        if (filler >= static_cast<long long>(BOX::compactHeader) && filler <= UINT32_MAX) {
             return overwriteUpToUdta(*avcC, newBox, *udta);
         }
     }
     return rewrite(L"appendFullRangeAndConstrainedSet1Flag_NoSpaces", {inPlaceOf(*avcC, newBox)});
 }
 
-bool Container::mayPatch(const BinFile& file, const BOX& box) const {
+bool Container::mayPatch(const BOX& box) const {
     const bool within = liesWithin(box.offset, box.end(), box.parent, root->boxSize);
     if (!within) {
         Brisa::Console::err(L"MP4: %ls: %ls does not lie within the boxes around it.\n", path.c_str(),
                             box.basicTag().c_str());
     }
-    return within && describes(file);
+    return within;
 }
 
 bool Container::overwriteAvcC(const BOX& avcC, const ByteArray& newBox) {
     return modifyContainer(L"appendFullRangeAndConstrainedSet1Flag_EnoughSpaces", [&](BinFile& file) {
         Saved saved;
-        if (!mayPatch(file, avcC) || !saved.add(file, avcC.offset, avcC.boxSize)) {
+        if (!mayPatch(avcC) || !saved.add(file, avcC.offset, avcC.boxSize)) {
             return false;
         }
         const bool written = writeAt(file, avcC.offset, newBox);
@@ -154,14 +157,15 @@ bool Container::overwriteAvcC(const BOX& avcC, const ByteArray& newBox) {
 
 bool Container::overwriteUpToUdta(const BOX& avcC, const ByteArray& newBox, const BOX& udta) {
     const long long change = distance(avcC.boxSize, newBox.size());
-    const ByteArray filler = makeBox(fourcc("free"), ByteArray(shifted(udta.boxSize, -change) - headerBytes));
+    const ByteArray filler =
+        makeBox(fourcc("free"), ByteArray(shifted(udta.boxSize, -change) - BOX::compactHeader));
     std::vector<Resizing> enclosing;
     for (const BOX* around = avcC.parent; around != moov; around = around->parent) {
         enclosing.push_back({around, around->offset, change});
     }
     return modifyContainer(L"appendFullRangeAndConstrainedSet1Flag_ReuseUdta", [&](BinFile& file) {
         Saved saved;
-        bool readable = canResize(enclosing) && mayPatch(file, avcC) && mayPatch(file, udta) &&
+        bool readable = canResize(enclosing) && mayPatch(avcC) && mayPatch(udta) &&
                         saved.add(file, avcC.offset, avcC.boxSize) &&
                         saved.add(file, udta.offset, udta.boxSize);
         for (const Resizing& box : enclosing) {

@@ -16,7 +16,6 @@ using Brisa::FileIO;
 
 constexpr uint32_t samplesPerChunk = 1536;
 constexpr uint64_t fullBoxHeader = 12;
-constexpr uint64_t withContent = 9; ///< the size of a box that holds anything at all
 
 template <class Integer>
 void append(ByteArray& output, Integer value) {
@@ -137,7 +136,7 @@ bool SpatialSound::buildTrimmedZATR(const Container& container) {
     trimmedTrack.clear();
     const BOX* const track = firstSpatialBox(container, "uuid.ZATR", withContent);
     unsigned int size = 0;
-    return track != nullptr && copyBox(container, *track, trimmedTrack, size);
+    return sampleSize != 0 && track != nullptr && copyBox(container, *track, trimmedTrack, size);
 }
 
 bool SpatialSound::writeTrimmedZATR(FileIO& file) const {
@@ -157,7 +156,7 @@ bool SpatialSound::copyBox(const Container& container, const BOX& box, ByteArray
     const size_t at = output.size();
     append(output, bytes);
     output.append(&box.tag, sizeof box.tag);
-    bytes = 8;
+    bytes = BOX::compactHeader;
     const bool copied = std::all_of(nested.children.begin(), nested.children.end(), [&](const auto& child) {
         return copyBox(container, *child, output, bytes);
     });
@@ -215,8 +214,8 @@ unsigned int SpatialSound::modifySTTS(const Container& container, const STTS& bo
 }
 
 unsigned int SpatialSound::modifySTSC(const Container& container, const STSC& box, ByteArray& output) const {
-    return appendNumbers(container, box,
-                         {2, 1, samplesPerChunk, 1, chunkCount, lastChunkBytes / sampleSize, 1}, output);
+    const uint32_t lastChunk = sampleSize != 0 ? lastChunkBytes / sampleSize : 0;
+    return appendNumbers(container, box, {2, 1, samplesPerChunk, 1, chunkCount, lastChunk, 1}, output);
 }
 
 unsigned int SpatialSound::modifySTSZ(const Container& container, const STSZ& box, ByteArray& output) const {
@@ -224,7 +223,7 @@ unsigned int SpatialSound::modifySTSZ(const Container& container, const STSZ& bo
 }
 
 unsigned int SpatialSound::modifySTCO(const Container& container, const STCO& box, ByteArray& output) const {
-    const uint64_t last = chunkOffset(chunkCount - 1);
+    const uint64_t last = chunkOffset(std::max(chunkCount, 1U) - 1);
     if (last > UINT32_MAX) {
         Console::err(L"MP4: a chunk offset of %llu does not fit 32 bits.\n",
                      static_cast<unsigned long long>(last));

@@ -8,6 +8,8 @@
 
 namespace MP4 {
 
+inline constexpr uint64_t withContent = 9; ///< the size of a box that holds anything at all
+
 /// The first box at `path` ("uuid.ZADT", "uuid.ZATR") in a spatial-data block of the file, if it is at
 /// least `size` bytes long; null if there is none.
 BOX* firstSpatialBox(const Container& container, const char* path, uint64_t size);
@@ -48,7 +50,8 @@ public:
     bool attach(const std::wstring& path, double start, double end);
 
     /// Rebuilds `trimmedTrack` from the container's `ZATR` box: every box is copied, with a compact header,
-    /// but for those that describe the samples, which are made anew.
+    /// but for those that describe the samples (mdhd, stts, stsc, stsz, stco, co64), which are made anew.
+    /// False before attach() has found the size of a sample.
     bool buildTrimmedZATR(const Container& container);
     /// Writes `trimmedTrack` at the file's position; true as well when it is empty.
     bool writeTrimmedZATR(Brisa::FileIO& file) const;

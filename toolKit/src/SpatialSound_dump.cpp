@@ -47,7 +47,6 @@ void SpatialSound::dump(const std::wstring& path) const {
 }
 
 void SpatialSound::dumpWAV(const Container& container, const std::wstring& path) const {
-    constexpr uint64_t withContent = 9;
     const uint32_t dataSize = endOffset - startOffset;
     const ByteArray header = wavHeader(sampleSize, dataSize);
     Brisa::FileIO::open_w(path, [&](Brisa::FileIO& wav) {

@@ -73,11 +73,13 @@ public:
     /// Keeps other handles, of this process or another, from locking the file as long as this one is
     /// open. False when one of them has it; true as well where files cannot be locked.
     [[nodiscard]] bool lock() const;
-    /// Which file it is, and how long: the same as long as none has taken its place.
+    /// Which file it is, how long, and when it was last written to (in the system's ticks, of some
+    /// milliseconds): the same as long as none has taken its place and nothing was written.
     struct Identity {
         uint64_t device = 0;
         uint64_t number = 0;
         uint64_t length = 0;
+        int64_t written = 0; ///< nanoseconds since 1970
         bool operator==(const Identity&) const = default;
     };
     [[nodiscard]] Identity identity() const;
