@@ -2,23 +2,27 @@
 
 #include <clocale>
 #include <csignal>
-#include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 
+#include "Brisa/BrisaConsole.h"
+#include "ByteOrder.h"
 #include "GPSInfo.h"
 #include "MP4Container.h"
 #include "SpatialSound.h"
 
 namespace {
 
+using Brisa::Console;
 using Brisa::FileIO;
 using MP4::Container;
 
@@ -39,24 +43,51 @@ std::string contentOf(const std::string& path) {
     return content;
 }
 
+/// Whether a file that is made from `source` harms no other under `path`; says so if it does.
+bool isPlaceFor(const FileIO& source, const std::wstring& path) {
+    const bool harmless = FileIO::isFree(path) && !source.isFileAt(path);
+    if (!harmless) {
+        Console::err(L"pellmor-edit: %ls is no place for a new file\n", path.c_str());
+    }
+    return harmless;
+}
+
 /// Copies a file to a place where there is none to be harmed; nothing stays there after a failure.
 bool copyFile(const std::wstring& from, const std::wstring& to) {
     bool copied = false;
     bool created = false;
     FileIO::open(from, [&](FileIO& source) {
-        if (!FileIO::isFree(to) || source.isFileAt(to)) {
-            std::fprintf(stderr, "pellmor-edit: %ls is no place for a new file\n", to.c_str());
-            return;
-        }
-        created = FileIO::open_w(to, [&](FileIO& copy) {
-            const uint64_t length = source.length();
-            copied = source.copyTo(copy, length) == length && !source.failed();
-        });
+        created = isPlaceFor(source, to) && FileIO::open_w(to, [&](FileIO& copy) {
+                      const uint64_t length = source.length();
+                      copied = source.copyTo(copy, length) == length && !source.failed();
+                  });
     });
     if (created && !copied) {
         FileIO::unlink(to);
     }
     return copied;
+}
+
+/// Lets `dump`, which tells nothing, write a file of `size` bytes; whether it did.
+bool dumpTo(const std::wstring& path, const Container& from, uint64_t size,
+            const std::function<void()>& dump) {
+    bool harmless = false;
+    from.open([&](const FileIO& file) { harmless = isPlaceFor(file, path); });
+    if (!harmless) {
+        return false;
+    }
+    const std::string name = Brisa::wchar::wcs2mbs(path);
+    std::error_code unknown;
+    const bool existed = std::filesystem::exists(name.c_str(), unknown);
+    dump();
+    const bool written = std::filesystem::file_size(name.c_str(), unknown) == size;
+    if (!written) {
+        Console::err(L"pellmor-edit: %ls could not be written\n", path.c_str());
+        if (!existed) {
+            FileIO::unlink(path);
+        }
+    }
+    return written;
 }
 
 /// What the command line may give; each subcommand takes some of it.
@@ -92,7 +123,7 @@ public:
     CLI::App* editing(const std::string& name, const std::string& description, Work work) {
         const auto onWholeTree = [work = std::move(work)](Container& container) {
             if (container.incomplete()) {
-                std::fprintf(stderr, "pellmor-edit: %ls could not be read whole\n", container.path.c_str());
+                Console::err(L"pellmor-edit: %ls could not be read whole\n", container.path.c_str());
             }
             return !container.incomplete() && work(container);
         };
@@ -109,25 +140,39 @@ public:
     }
 
     bool run() const {
-        const std::wstring file = widened(given.file);
-        const std::wstring output = widened(given.output);
-        const bool copies = !output.empty() && !rewrites;
-        if (copies && !copyFile(file, output)) {
-            return false;
+        bool copied = false;
+        bool done = false;
+        try {
+            const std::wstring file = widened(given.file);
+            const std::wstring output = widened(given.output);
+            if (output.empty() || rewrites) {
+                done = runOn(file, output.empty() ? nullptr : output.c_str());
+            } else {
+                copied = copyFile(file, output);
+                done = copied && runOn(output, nullptr);
+            }
+        } catch (const std::exception& error) {
+            Console::err(L"pellmor-edit: %s\n", error.what());
         }
-        Container container;
-        container.keepContents = !rewrites;
-        container.outputPath = output.empty() || copies ? nullptr : output.c_str();
-        bool done = container.attach(copies ? output : file) && chosen(container);
-        if (done && container.outputPath != nullptr) {
-            done = copyFile(file, output); // there was nothing to change
-        } else if (!done && copies) {
-            FileIO::unlink(output);
+        if (copied && !done) {
+            FileIO::unlink(widened(given.output));
+        }
+        if (!done) {
+            Console::err(L"pellmor-edit: nothing was changed\n");
         }
         return done;
     }
 
 private:
+    bool runOn(const std::wstring& file, const wchar_t* output) const {
+        Container container;
+        container.keepContents = !rewrites;
+        container.outputPath = output;
+        const bool done = container.attach(file) && chosen(container);
+        const bool unchanged = container.outputPath != nullptr;
+        return done && (!unchanged || copyFile(file, output));
+    }
+
     CLI::App& app;
     bool rewrites = false;
     Work chosen;
@@ -142,8 +187,8 @@ bool withBoxOf(const std::string& path, const char* boxPath,
         return false;
     }
     const MP4::BOX* const box = other.root->first(boxPath);
-    if (box == nullptr) {
-        std::fprintf(stderr, "pellmor-edit: %s has no %s\n", path.c_str(), boxPath);
+    if (box == nullptr || box->wholeEnd(other.root->boxSize) != box->end()) {
+        Console::err(L"pellmor-edit: %s has no whole %s\n", path.c_str(), boxPath);
         return false;
     }
     bool done = false;
@@ -154,6 +199,9 @@ bool withBoxOf(const std::string& path, const char* boxPath,
 GPSInfo positionIn(const Arguments& given) {
     GPSInfo position;
     position.attachRXYZ(given.position.c_str());
+    if (!position.latitude.valid || !position.longitude.valid) {
+        throw CLI::ValidationError("'" + given.position + "'", "no position of the form +35.6895+139.6917/");
+    }
     if (given.compass) {
         position.attachCompass(*given.compass);
     }
@@ -211,10 +259,15 @@ void addMetadata(Commands& commands) {
                                        ? positionIn(given).to_XMP_string(given.tool.c_str(), false, "")
                                        : contentOf(given.other));
     });
-    command->add_option("PACKET", given.other, "file with the packet");
-    command->add_option("--position", given.position, "instead: a packet with this position");
+    CLI::Option* const packet = command->add_option("PACKET", given.other, "file with the packet");
+    command->add_option("--position", given.position, "instead: a packet with this position")
+        ->excludes(packet);
     command->add_option("--compass", given.compass, "and this direction, in degrees");
-    command->add_option("--tool", given.tool, "and this creator tool");
+    command->add_option("--tool", given.tool, "and this creator tool")->check([](const std::string& name) {
+        constexpr size_t longest = 256;
+        const bool plain = name.size() <= longest && name.find_first_of("&<>") == std::string::npos;
+        return plain ? "" : "not a plain name";
+    });
     commands
         .editing("axis", "Append an axis description",
                  [&given](Container& container) { return container.appendAxis(contentOf(given.other)); })
@@ -227,14 +280,24 @@ void addVideo(Commands& commands) {
     commands
         .editing("full-range", "Mark the video as full range or not, and set constraint_set1_flag",
                  [&given](Container& container) {
-                     return container.appendFullRangeAndConstrainedSet1Flag(given.on);
+                     const bool present =
+                         container.root->first("moov.trak.mdia.minf.stbl.stsd.avc1.avcC") != nullptr;
+                     if (!present) {
+                         Console::err(L"pellmor-edit: %ls has no H.264 video\n", container.path.c_str());
+                     }
+                     return present && container.appendFullRangeAndConstrainedSet1Flag(given.on);
                  })
         ->add_option("RANGE", given.on, "on or off")
+        ->check(CLI::IsMember({"on", "off"}))
         ->required();
     commands
         .rewriting("replace-udta", "Put a box in the place of the movie's user data",
                    [&given](Container& container) {
                        const std::string content = contentOf(given.other);
+                       if (content.size() < MP4::BOX::compactHeader ||
+                           MP4::loadBigEndian<uint32_t>(content.data()) != content.size()) {
+                           throw CLI::ValidationError(given.other, "not one whole box");
+                       }
                        ByteArray box;
                        box.assign(content.data(), content.size());
                        return container.replaceUdta(0, box);
@@ -266,27 +329,33 @@ void addSound(Commands& commands) {
                   }))
         ->add_option("SOURCE", given.other, "MP4 file")
         ->required();
-    const auto dumping = [&](const char* name, const char* description,
-                             void (*dump)(const MP4::SpatialSound&, const Container&, const std::wstring&)) {
+    const auto dumping = [&](const char* name, const char* description, auto dump) {
         const auto work = [&given, dump](Container& container) {
+            // From 0 to the end there would be nothing to cut; from the least time above 0 it is the same
+            // sound.
+            const double start = std::max(given.start, std::numeric_limits<double>::denorm_min());
             MP4::SpatialSound sound;
-            const bool taken = sound.attach(container.path, given.start, given.end) && sound.trimmed;
-            if (taken) {
-                dump(sound, container, widened(given.other));
+            if (!sound.attach(container.path, start, given.end) || !sound.trimmed) {
+                Console::err(L"pellmor-edit: %ls has no such sound\n", container.path.c_str());
+                return false;
             }
-            return taken;
+            return dump(sound, container, widened(given.other));
         };
         withRange(commands.looking(name, description, work))
             ->add_option("OUT", given.other, "file to be written")
             ->required();
     };
+    using MP4::SpatialSound;
     dumping("sound-to-wav", "Write a stretch of the spatial sound to a WAV file",
-            [](const MP4::SpatialSound& sound, const Container& container, const std::wstring& out) {
-                sound.dumpWAV(container, out);
+            [](const SpatialSound& sound, const Container& container, const std::wstring& out) {
+                constexpr uint64_t wavHeader = 44;
+                return dumpTo(out, container, wavHeader + sound.endOffset - sound.startOffset,
+                              [&] { sound.dumpWAV(container, out); });
             });
-    dumping(
-        "sound-track", "Write the track box that describes a stretch of the spatial sound",
-        [](const MP4::SpatialSound& sound, const Container&, const std::wstring& out) { sound.dump(out); });
+    dumping("sound-track", "Write the track box that describes a stretch of the spatial sound",
+            [](const SpatialSound& sound, const Container& container, const std::wstring& out) {
+                return dumpTo(out, container, sound.trimmedTrack.size(), [&] { sound.dump(out); });
+            });
 }
 
 } // namespace
@@ -304,13 +373,5 @@ int main(int argc, char** argv) {
     addVideo(commands);
     addSound(commands);
     CLI11_PARSE(app, argc, argv);
-    try {
-        if (commands.run()) {
-            return 0;
-        }
-        std::fprintf(stderr, "pellmor-edit: nothing was changed\n");
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "pellmor-edit: %s\n", error.what());
-    }
-    return 1;
+    return commands.run() ? 0 : 1;
 }

@@ -29,6 +29,9 @@ def test_the_result_may_go_to_another_file(recordings, tmp_path):
     edit("moov-first", original, "-o", tmp_path / "out.mp4")
     assert sha(original) == before
     assert packets(tmp_path / "out.mp4") == packets(original)
+    for wrong in (["axis", original, "missing"], ["location", original, "nowhere"], ["full-range", original, "5"]):
+        assert run(BIN / "pellmor-edit", *wrong, "-o", tmp_path / "none.mp4").returncode != 0
+    assert len(list(tmp_path.iterdir())) == 1 and sha(original) == before
 
 
 def test_fragments_are_not_moved(recordings, tmp_path):

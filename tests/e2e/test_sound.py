@@ -5,7 +5,7 @@ import shutil
 
 import pytest
 
-from conftest import box, edit, ffmpeg, packets, run, word
+from conftest import BIN, box, edit, ffmpeg, packets, run, word
 
 RATE = 48000
 TONES = [220, 330, 440, 550]
@@ -84,5 +84,8 @@ def test_a_block_keeps_its_pointers_when_the_movie_grows(recording_with_sound, s
     at = content.index(b"ZADT") + 4
     table = content.index(b"co64", at) + 12
     assert int.from_bytes(content[table : table + 8], "big") == at
-    edit("sound-to-wav", recording_with_sound, tmp_path / "all.wav", "--end", 3)
+    edit("sound-to-wav", recording_with_sound, tmp_path / "all.wav")
     assert (tmp_path / "all.wav").read_bytes()[44:] == sound
+    for out in (recording_with_sound, "/dev/full"):
+        assert run(BIN / "pellmor-edit", "sound-to-wav", recording_with_sound, out).returncode == 1
+    assert recording_with_sound.read_bytes() == content
