@@ -82,7 +82,8 @@ void Container::parse(BinFile& file, unsigned long long limit) {
     moov = nullptr;
     mdat = nullptr;
     trak = nullptr;
-    root = std::make_unique<ROOT>(0, std::min<uint64_t>(file.length(), limit), fourcc("root"), nullptr);
+    parsed = file.identity(); // first: what is written while this goes on makes a difference
+    root = std::make_unique<ROOT>(0, std::min<uint64_t>(parsed.length, limit), fourcc("root"), nullptr);
     root->depth = -1;
     root->parseBox(file, limit);
 
@@ -90,7 +91,6 @@ void Container::parse(BinFile& file, unsigned long long limit) {
         Console::err(L"MP4: reading %ls failed.\n", path.c_str());
     }
     partial = file.failed() || file.allowance.exceeded;
-    parsed = file.identity();
 
     moov = static_cast<MOOV*>(root->first("moov"));
     mdat = static_cast<MDAT*>(root->first("mdat"));
@@ -116,8 +116,14 @@ bool Container::open(std::function<void(Brisa::FileIO&)> work) const {
     return Brisa::FileIO::open(path, std::move(work));
 }
 
-bool Container::open_a(std::function<void(Brisa::FileIO&)> work) const {
-    return Brisa::FileIO::open_a(path, std::move(work));
+bool Container::open_a(std::function<void(Brisa::FileIO&)> work) {
+    return Brisa::FileIO::open_a(path, [&](Brisa::FileIO& file) {
+        const bool described = file.identity() == parsed;
+        work(file);
+        if (described) { // by this container's doing it may have changed
+            parsed = file.identity();
+        }
+    });
 }
 
 void Container::dump() const {
@@ -135,17 +141,25 @@ bool Container::describes(const Brisa::FileIO& file) const {
         Console::err(L"MP4: %ls is being edited by somebody else.\n", path.c_str());
         return false;
     }
-    const bool same = root != nullptr && file.identity() == parsed && root->boxSize == parsed.length;
+    const bool same = root != nullptr && file.identity() == parsed;
     if (!same) {
         Console::err(L"MP4: %ls is not what was parsed of it.\n", path.c_str());
     }
     return same;
 }
 
+bool Container::describesAll(const Brisa::FileIO& file) const {
+    const bool all = root != nullptr && root->boxSize == parsed.length;
+    if (!all) {
+        Console::err(L"MP4: %ls was parsed in part only.\n", path.c_str());
+    }
+    return all && describes(file);
+}
+
 bool Container::append(std::function<bool(Brisa::FileIO&)> write) {
     bool appended = false;
-    const bool opened = open_a([&](Brisa::FileIO& file) {
-        if (!describes(file)) {
+    open_a([&](Brisa::FileIO& file) {
+        if (!describesAll(file)) {
             return;
         }
         BinFile view(file);
@@ -173,7 +187,7 @@ bool Container::append(std::function<bool(Brisa::FileIO&)> write) {
             warnIfUnreachable(tail, path);
         }
     });
-    if (opened) {
+    if (appended) {
         attach(path);
     }
     return appended;

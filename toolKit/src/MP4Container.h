@@ -58,9 +58,10 @@ public:
     /// Runs NestedBox::find() on the root; finds nothing before the first parse.
     void find(const char* boxPath, std::function<bool(BOX&)> predicate) const;
     /// Runs the work on a new handle of the container's file, read-only or for update (neither
-    /// created nor truncated, at offset 0). Returns whether the file opened.
+    /// created nor truncated, at offset 0). Returns whether the file opened. What the work writes is taken
+    /// to leave the tree true; after a change of structure attach() again.
     bool open(std::function<void(Brisa::FileIO&)> work) const;
-    bool open_a(std::function<void(Brisa::FileIO&)> work) const;
+    bool open_a(std::function<void(Brisa::FileIO&)> work);
     /// Prints the whole tree.
     void dump() const;
 
@@ -72,7 +73,8 @@ public:
     /// gets its real size first. Where no reader that walks the boxes arrives at the end (a last
     /// box that is cut off, bytes that are no box) the append is done and a warning on standard
     /// error says so. If anything fails, the file is cut back to its former length, the size field
-    /// is put back and the result is false. Ends with an attach(), unless `write` throws.
+    /// is put back and the result is false. Success ends with an attach(); so should an exception of
+    /// `write`'s, which is passed on.
     bool append(std::function<bool(Brisa::FileIO&)> write);
 
     // Editing. An edit either patches the container's own file or rewrites it: a complete new file is
@@ -87,8 +89,9 @@ public:
     // under which there is something else than a plain file of that one name is refused; so is one that
     // names the container's own file. Only one edit of a file is made at a time: a second one fails.
     //
-    // The reason of a failure is told on standard error where the toolkit knows it. Every edit,
-    // successful or not, ends with an attach(), so box pointers taken before it are invalid.
+    // A file that somebody else wrote to since it was parsed is not edited. The reason of a failure is
+    // told on standard error where the toolkit knows it. Every edit, successful or not, ends with an
+    // attach(), so box pointers taken before it are invalid.
 
     /// Patches the container's own file: `edit` is called with it, open for reading and writing, and
     /// tells whether it succeeded. On failure prints "Container::modifyContainer::%ls(%ls)
@@ -244,8 +247,10 @@ private:
     [[nodiscard]] bool mayMove(const Moves& moves, bool everyChunkMoves) const;
     [[nodiscard]] bool movesFragments(const Moves& moves) const;
     /// Whether an edit gets this file to itself, as long as the handle is open, and the tree describes
-    /// it, and all of it; says so if not.
+    /// it; says so if not.
     [[nodiscard]] bool describes(const Brisa::FileIO& file) const;
+    /// The same of the whole file, not only of a part that was parsed.
+    [[nodiscard]] bool describesAll(const Brisa::FileIO& file) const;
     /// Whether the box lies within those around it; says so if not.
     [[nodiscard]] bool mayPatch(const BOX& box) const;
     /// The strategies of appendFullRangeAndConstrainedSet1Flag() that write into the file as it stands.

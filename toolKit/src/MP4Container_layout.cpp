@@ -80,7 +80,6 @@ bool Container::updateTimeStamp(unsigned long long time) {
         root->find("moov.trak.tkhd", [&](BOX& header) { return setTime<TKHD>(header, file, time, updated); });
         root->find("moov.trak.mdia.mdhd",
                    [&](BOX& header) { return setTime<MDHD>(header, file, time, updated); });
-        parsed = handle.identity(); // the tree still describes the file
     });
     return updated;
 }

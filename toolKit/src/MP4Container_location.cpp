@@ -67,6 +67,9 @@ bool Container::appendLocations(const GPSInfo& position) {
     if (moov == nullptr || mdat == nullptr) {
         return false;
     }
+    if (!fitsBox(position.rxyz.size())) {
+        return rewriteFailed(operation);
+    }
     BOX* udta = nullptr;
     ByteArray boxes;
     if (!build_locationBOX(udta, boxes, position)) {
@@ -103,7 +106,7 @@ bool Container::appendGpsMeta(Brisa::FileIO& source, unsigned long long offset, 
     constexpr const wchar_t* operation = L"appendGPSMeta";
     BinFile view(source);
     if (!view.seek_set(offset) || view.read32() == 0) {
-        Brisa::Console::err(L"MP4: a box that is open to the end of its file cannot be put into another.\n");
+        Brisa::Console::err(L"MP4: there is no box of a stated size to be copied at offset %llu.\n", offset);
         return rewriteFailed(operation);
     }
     const auto copy = [&](BinFile& file) {

@@ -209,7 +209,7 @@ bool Container::mayMove(const Moves& moves, bool everyChunkMoves) const {
     open([&](Brisa::FileIO& handle) {
         BinFile file(handle);
         const bool mediaMoves = !mediaMovesAsOne(moves) || (mdat != nullptr && moves.at(mdat->offset) != 0);
-        may = describes(handle) && !movesFragments(moves) &&
+        may = describesAll(handle) && !movesFragments(moves) &&
               (!mediaMoves ||
                (pointersAreKnown(*root) &&
                 ChunkOffsets(*root, movieTables)

@@ -216,7 +216,7 @@ bool Container::modifyContainer(const wchar_t* operation,
             Console::err(L"MP4: %ls is no place for a new file.\n", newFile.path.c_str());
             return;
         }
-        if (!describes(file)) {
+        if (!describesAll(file)) {
             return;
         }
         BinFile source(file);

@@ -87,13 +87,17 @@ bool Container::appendBlock(uint64_t sourceOffset, std::function<bool(FileIO&)> 
         Brisa::Console::out(L"MP4: SpatialData is existed.\n");
         return true;
     }
-    return append([&](FileIO& handle) {
+    const bool appended = append([&](FileIO& handle) {
         if (!write(handle) || !attach(path) || partial) {
             return false;
         }
         BinFile file(handle);
         return pointToSpatialData(file, sourceOffset);
     });
+    if (!appended) {
+        attach(path);
+    }
+    return appended;
 }
 
 bool Container::overwriteSpatialDataOffset(unsigned long long oldOffset) {
@@ -113,7 +117,7 @@ bool Container::pointToSpatialData(BinFile& file, uint64_t oldOffset) {
     const BOX* const data = firstSpatialBox(*this, "uuid.ZADT", 0);
     const uint64_t blockOffset = data != nullptr ? data->parent->offset : oldOffset;
     const BOX* const record = recordOf(moov);
-    if (record != nullptr && !holdsRecord(*record, root->boxSize)) { // known before anything is written
+    if (record != nullptr && !holdsRecord(*record, root->boxSize)) { // known before an offset is changed
         return patchFailed(recordOperation);
     }
     if (oldOffset > INT64_MAX || !modifySpatialTrakSTCOIndex(file, distance(oldOffset, blockOffset))) {

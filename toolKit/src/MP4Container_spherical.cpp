@@ -42,12 +42,15 @@ bool Container::appendLocationAndSphericalVideoXML(const GPSInfo& position, cons
     if (xml.empty()) {
         return appendLocations(position);
     }
+    if (!fitsBox(xml.size()) || !fitsBox(position.rxyz.size())) {
+        return rewriteFailed(operation);
+    }
     BOX* udta = nullptr;
     ByteArray locations;
     if (!build_locationBOX(udta, locations, position)) {
         return appendSphericalVideoXML(xml);
     }
-    if (!fitsBox(xml.size()) || !fitsBox(locations.size())) {
+    if (!fitsBox(locations.size())) {
         return rewriteFailed(operation);
     }
     BOX* existing = nullptr;

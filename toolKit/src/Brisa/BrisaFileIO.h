@@ -79,7 +79,8 @@ public:
         uint64_t device = 0;
         uint64_t number = 0;
         uint64_t length = 0;
-        int64_t written = 0; ///< nanoseconds since 1970
+        int64_t seconds = 0; ///< when it was last written to, since 1970
+        int64_t nanoseconds = 0;
         bool operator==(const Identity&) const = default;
     };
     [[nodiscard]] Identity identity() const;

@@ -152,9 +152,8 @@ FileIO::Identity FileIO::identity() const {
     if (isOpen() && ::fstat(descriptor, &status) != 0) {
         faulty = true;
     }
-    const timespec& time = status.st_mtim;
-    const int64_t written = int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-    return {status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size), written};
+    return {status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size), status.st_mtim.tv_sec,
+            status.st_mtim.tv_nsec};
 }
 
 bool FileIO::isFree(const std::wstring& path) {
