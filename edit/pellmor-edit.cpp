@@ -1,11 +1,14 @@
 // The toolkit's edits from the shell.
 
+#include <algorithm>
 #include <clocale>
 #include <csignal>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <initializer_list>
 #include <iterator>
 #include <limits>
 #include <optional>
@@ -43,51 +46,60 @@ std::string contentOf(const std::string& path) {
     return content;
 }
 
-/// Whether a file that is made from `source` harms no other under `path`; says so if it does.
-bool isPlaceFor(const FileIO& source, const std::wstring& path) {
-    const bool harmless = FileIO::isFree(path) && !source.isFileAt(path);
-    if (!harmless) {
-        Console::err(L"pellmor-edit: %ls is no place for a new file\n", path.c_str());
+/// As a person may see it in any locale.
+std::wstring shown(const std::string& text) {
+    std::wstring wide = Brisa::wchar::mbs2wcs(text);
+    if (Brisa::wchar::wcs2mbs(wide).c_str() != text) {
+        wide.resize(text.size());
+        std::transform(text.begin(), text.end(), wide.begin(),
+                       [](char byte) { return byte > 0 ? static_cast<wchar_t>(byte) : L'?'; });
     }
-    return harmless;
+    return wide;
 }
 
-/// Copies a file to a place where there is none to be harmed; nothing stays there after a failure.
-bool copyFile(const std::wstring& from, const std::wstring& to) {
-    bool copied = false;
-    bool created = false;
-    FileIO::open(from, [&](FileIO& source) {
-        created = isPlaceFor(source, to) && FileIO::open_w(to, [&](FileIO& copy) {
-                      const uint64_t length = source.length();
-                      copied = source.copyTo(copy, length) == length && !source.failed();
-                  });
-    });
-    if (created && !copied) {
-        FileIO::unlink(to);
+/// A new file, written beside the place it is for; gone with the object unless it got there.
+class Draft {
+public:
+    /// Refuses a place where it would harm another file, or one of those that it is made from.
+    Draft(const std::string& place_, std::initializer_list<std::string> sources)
+        : path(widened(place_) + L".part"), place(widened(place_)) {
+        const bool isSource = std::any_of(sources.begin(), sources.end(), [&](const std::string& source) {
+            std::error_code missing;
+            return std::filesystem::equivalent(source, place_, missing);
+        });
+        if (isSource || !FileIO::isFree(place) || !FileIO::isFree(path)) {
+            throw CLI::ValidationError(place_, "no place for a new file");
+        }
     }
-    return copied;
-}
-
-/// Lets `dump`, which tells nothing, write a file of `size` bytes; whether it did.
-bool dumpTo(const std::wstring& path, const Container& from, uint64_t size,
-            const std::function<void()>& dump) {
-    bool harmless = false;
-    from.open([&](const FileIO& file) { harmless = isPlaceFor(file, path); });
-    if (!harmless) {
-        return false;
-    }
-    const std::string name = Brisa::wchar::wcs2mbs(path);
-    std::error_code unknown;
-    const bool existed = std::filesystem::exists(name.c_str(), unknown);
-    dump();
-    const bool written = std::filesystem::file_size(name.c_str(), unknown) == size;
-    if (!written) {
-        Console::err(L"pellmor-edit: %ls could not be written\n", path.c_str());
-        if (!existed) {
+    Draft(const Draft&) = delete;
+    Draft& operator=(const Draft&) = delete;
+    ~Draft() {
+        if (!inPlace) {
             FileIO::unlink(path);
         }
     }
-    return written;
+
+    bool finish() {
+        inPlace = FileIO::rename(path, place);
+        return inPlace;
+    }
+
+    const std::wstring path;
+
+private:
+    const std::wstring place;
+    bool inPlace = false;
+};
+
+bool copyFile(const std::wstring& from, const std::wstring& to) {
+    bool copied = false;
+    FileIO::open(from, [&](FileIO& source) {
+        FileIO::open_w(to, [&](FileIO& copy) {
+            const uint64_t length = source.length();
+            copied = source.copyTo(copy, length) == length && !source.failed();
+        });
+    });
+    return copied;
 }
 
 /// What the command line may give; each subcommand takes some of it.
@@ -140,22 +152,19 @@ public:
     }
 
     bool run() const {
-        bool copied = false;
         bool done = false;
         try {
             const std::wstring file = widened(given.file);
-            const std::wstring output = widened(given.output);
-            if (output.empty() || rewrites) {
-                done = runOn(file, output.empty() ? nullptr : output.c_str());
+            if (given.output.empty()) {
+                done = runOn(file, nullptr);
             } else {
-                copied = copyFile(file, output);
-                done = copied && runOn(output, nullptr);
+                Draft draft(given.output, {given.file, given.other});
+                done = (rewrites ? runOn(file, draft.path.c_str())
+                                 : copyFile(file, draft.path) && runOn(draft.path, nullptr)) &&
+                       draft.finish();
             }
         } catch (const std::exception& error) {
-            Console::err(L"pellmor-edit: %s\n", error.what());
-        }
-        if (copied && !done) {
-            FileIO::unlink(widened(given.output));
+            Console::err(L"pellmor-edit: %ls\n", shown(error.what()).c_str());
         }
         if (!done) {
             Console::err(L"pellmor-edit: nothing was changed\n");
@@ -188,7 +197,7 @@ bool withBoxOf(const std::string& path, const char* boxPath,
     }
     const MP4::BOX* const box = other.root->first(boxPath);
     if (box == nullptr || box->wholeEnd(other.root->boxSize) != box->end()) {
-        Console::err(L"pellmor-edit: %s has no whole %s\n", path.c_str(), boxPath);
+        Console::err(L"pellmor-edit: %ls has no whole %s\n", shown(path).c_str(), boxPath);
         return false;
     }
     bool done = false;
@@ -200,7 +209,7 @@ GPSInfo positionIn(const Arguments& given) {
     GPSInfo position;
     position.attachRXYZ(given.position.c_str());
     if (!position.latitude.valid || !position.longitude.valid) {
-        throw CLI::ValidationError("'" + given.position + "'", "no position of the form +35.6895+139.6917/");
+        throw CLI::ValidationError("position '" + given.position + "'", "not like +35.6895+139.6917/");
     }
     if (given.compass) {
         position.attachCompass(*given.compass);
@@ -264,9 +273,12 @@ void addMetadata(Commands& commands) {
         ->excludes(packet);
     command->add_option("--compass", given.compass, "and this direction, in degrees");
     command->add_option("--tool", given.tool, "and this creator tool")->check([](const std::string& name) {
-        constexpr size_t longest = 256;
-        const bool plain = name.size() <= longest && name.find_first_of("&<>") == std::string::npos;
-        return plain ? "" : "not a plain name";
+        // What XML or the packet's own limits would make unreadable.
+        constexpr size_t longest = 200;
+        const bool plain = name.size() <= longest && std::all_of(name.begin(), name.end(), [](char c) {
+                               return c >= ' ' && c <= '~' && c != '&' && c != '<' && c != '>';
+                           });
+        return plain ? "" : "not a plain name of up to 200 characters";
     });
     commands
         .editing("axis", "Append an axis description",
@@ -333,28 +345,38 @@ void addSound(Commands& commands) {
         const auto work = [&given, dump](Container& container) {
             // From 0 to the end there would be nothing to cut; from the least time above 0 it is the same
             // sound.
-            const double start = std::max(given.start, std::numeric_limits<double>::denorm_min());
+            const double least = std::numeric_limits<double>::denorm_min();
+            const double start = given.end < 0 ? std::max(given.start, least) : given.start;
             MP4::SpatialSound sound;
             if (!sound.attach(container.path, start, given.end) || !sound.trimmed) {
                 Console::err(L"pellmor-edit: %ls has no such sound\n", container.path.c_str());
                 return false;
             }
-            return dump(sound, container, widened(given.other));
+            Draft draft(given.other, {given.file});
+            const uint64_t size = dump(sound, container, draft.path);
+            std::error_code missing;
+            const bool whole =
+                std::filesystem::file_size(Brisa::wchar::wcs2mbs(draft.path).c_str(), missing) == size;
+            if (!whole) {
+                Console::err(L"pellmor-edit: %ls could not be written whole\n", draft.path.c_str());
+            }
+            return whole && draft.finish();
         };
         withRange(commands.looking(name, description, work))
             ->add_option("OUT", given.other, "file to be written")
             ->required();
     };
-    using MP4::SpatialSound;
+    // Each gives the size that the file should have: the dumps themselves tell nothing.
     dumping("sound-to-wav", "Write a stretch of the spatial sound to a WAV file",
-            [](const SpatialSound& sound, const Container& container, const std::wstring& out) {
+            [](const MP4::SpatialSound& sound, const Container& container, const std::wstring& out) {
                 constexpr uint64_t wavHeader = 44;
-                return dumpTo(out, container, wavHeader + sound.endOffset - sound.startOffset,
-                              [&] { sound.dumpWAV(container, out); });
+                sound.dumpWAV(container, out);
+                return wavHeader + sound.endOffset - sound.startOffset;
             });
     dumping("sound-track", "Write the track box that describes a stretch of the spatial sound",
-            [](const SpatialSound& sound, const Container& container, const std::wstring& out) {
-                return dumpTo(out, container, sound.trimmedTrack.size(), [&] { sound.dump(out); });
+            [](const MP4::SpatialSound& sound, const Container&, const std::wstring& out) {
+                sound.dump(out);
+                return uint64_t{sound.trimmedTrack.size()};
             });
 }
 
@@ -373,5 +395,6 @@ int main(int argc, char** argv) {
     addVideo(commands);
     addSound(commands);
     CLI11_PARSE(app, argc, argv);
-    return commands.run() ? 0 : 1;
+    const bool done = commands.run();
+    return done && std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : 1;
 }

@@ -29,9 +29,12 @@ def test_the_result_may_go_to_another_file(recordings, tmp_path):
     edit("moov-first", original, "-o", tmp_path / "out.mp4")
     assert sha(original) == before
     assert packets(tmp_path / "out.mp4") == packets(original)
-    for wrong in (["axis", original, "missing"], ["location", original, "nowhere"], ["full-range", original, "5"]):
-        assert run(BIN / "pellmor-edit", *wrong, "-o", tmp_path / "none.mp4").returncode != 0
-    assert len(list(tmp_path.iterdir())) == 1 and sha(original) == before
+    other = tmp_path / "other"
+    other.write_bytes(b"precious")
+    for wrong in (["axis", original, "missing"], ["axis", original, other], ["location", original, "nowhere"], ["moov-first", other]):
+        assert run(BIN / "pellmor-edit", *wrong, "-o", other).returncode == 1
+        assert other.read_bytes() == b"precious"
+    assert len(list(tmp_path.iterdir())) == 2 and sha(original) == before
 
 
 def test_fragments_are_not_moved(recordings, tmp_path):
