@@ -199,10 +199,10 @@ public:
     ///   `free` box takes the place of the `udta`, whose content is given up; no media data moves;
     /// - without such a `udta`: by a rewrite.
     ///
-    /// The first two write into the file as it stands, within `moov` and nowhere else. All that can be
-    /// known to fail is known before the first write, and a write that fails is undone as long as the
-    /// system takes what was there before. What stays at risk is `moov` itself, if the process is
-    /// killed, or the disk fails for good, in the milliseconds between the first write and the last.
+    /// The first two write into the file as it stands, within `moov` and nowhere else, in a single write.
+    /// All that can be known to fail is known before it; if it fails, what was there is put back as long
+    /// as the system takes it. What stays at risk is `moov` itself, if the disk fails for good in the
+    /// middle of that write.
     bool appendFullRangeAndConstrainedSet1Flag(bool fullRange);
 
     // Spatial sound: a top-level `uuid` box (SpatialData) that holds raw audio and the track that
@@ -251,8 +251,6 @@ private:
     [[nodiscard]] bool describes(const Brisa::FileIO& file) const;
     /// The same of the whole file, not only of a part that was parsed.
     [[nodiscard]] bool describesAll(const Brisa::FileIO& file) const;
-    /// Whether the box lies within those around it; says so if not.
-    [[nodiscard]] bool mayPatch(const BOX& box) const;
     /// The strategies of appendFullRangeAndConstrainedSet1Flag() that write into the file as it stands.
     bool overwriteAvcC(const BOX& avcC, const ByteArray& newBox);
     bool overwriteUpToUdta(const BOX& avcC, const ByteArray& newBox, const BOX& udta);

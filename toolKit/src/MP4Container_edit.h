@@ -84,6 +84,11 @@ bool canResize(const std::vector<Resizing>& boxes);
 /// Writes the new sizes into the file, if all of them can be.
 bool resize(BinFile& file, const std::vector<Resizing>& boxes);
 
+/// Reads `size` bytes at `offset`; whether all of them were there.
+bool readAt(BinFile& file, uint64_t offset, uint8_t* bytes, uint64_t size);
+/// Writes the bytes over those at `offset`, which are put back if that fails.
+bool overwrite(BinFile& file, uint64_t offset, const ByteArray& bytes);
+
 /// Copies the bytes of `source` from `from` up to `to`; whether all of them were copied.
 bool copyStretch(BinFile& source, BinFile& destination, uint64_t from, uint64_t to);
 

@@ -172,6 +172,22 @@ bool resize(BinFile& file, const std::vector<Resizing>& boxes) {
            });
 }
 
+bool readAt(BinFile& file, uint64_t offset, uint8_t* bytes, uint64_t size) {
+    return file.seek_set(offset) && file.readAll(bytes, size) == size;
+}
+
+bool overwrite(BinFile& file, uint64_t offset, const ByteArray& bytes) {
+    ByteArray old(bytes.size());
+    if (!readAt(file, offset, old.data(), old.size()) || !file.seek_set(offset)) {
+        return false;
+    }
+    const bool written = file.writeAll(bytes.data(), bytes.size()) == bytes.size();
+    if (!written && file.seek_set(offset)) {
+        file.writeAll(old.data(), old.size());
+    }
+    return written;
+}
+
 bool copyStretch(BinFile& source, BinFile& destination, uint64_t from, uint64_t to) {
     return from <= to && source.seek_set(from) && source.copyTo(destination, to - from) == to - from;
 }

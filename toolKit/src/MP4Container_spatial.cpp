@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
@@ -35,17 +34,13 @@ bool holdsRecord(const BOX& box, uint64_t fileLength) {
            liesWithin(box.offset, box.end(), box.parent, fileLength);
 }
 
-/// Writes the record, or leaves it as it was.
-bool writeRecord(BinFile& file, uint64_t at, uint64_t dataOffset, uint64_t dataSize) {
-    std::array<uint8_t, recordBytes> old;
-    if (!file.seek_set(at) || file.readAll(old.data(), old.size()) != old.size() || !file.seek_set(at)) {
-        return false;
+ByteArray recordOfData(const BOX* data) {
+    ByteArray record(recordBytes);
+    if (data != nullptr) {
+        storeBigEndian(&record[0], data->offset);
+        storeBigEndian(&record[8], data->boxSize);
     }
-    const bool written = file.write64(dataOffset) && file.write64(dataSize);
-    if (!written && file.seek_set(at)) {
-        file.writeAll(old.data(), old.size());
-    }
-    return written;
+    return record;
 }
 
 } // namespace
@@ -123,9 +118,7 @@ bool Container::pointToSpatialData(BinFile& file, uint64_t oldOffset) {
     if (oldOffset > INT64_MAX || !modifySpatialTrakSTCOIndex(file, distance(oldOffset, blockOffset))) {
         return patchFailed(tablesOperation);
     }
-    if (record != nullptr &&
-        !writeRecord(file, record->offset + record->headerSize(), data != nullptr ? data->offset : 0,
-                     data != nullptr ? data->boxSize : 0)) {
+    if (record != nullptr && !overwrite(file, record->offset + record->headerSize(), recordOfData(data))) {
         modifySpatialTrakSTCOIndex(file, distance(blockOffset, oldOffset));
         return patchFailed(recordOperation);
     }

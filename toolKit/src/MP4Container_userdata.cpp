@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "Brisa/BrisaConsole.h"
+#include "ByteOrder.h"
 #include "MP4Box_avcc.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
@@ -9,61 +10,6 @@
 namespace MP4 {
 
 namespace {
-
-bool readAt(BinFile& file, uint64_t offset, uint64_t size, ByteArray& bytes) {
-    bytes.resize(size);
-    return file.seek_set(offset) && file.readAll(bytes.data(), size) == size;
-}
-
-bool writeAt(BinFile& file, uint64_t offset, const ByteArray& bytes) {
-    return file.seek_set(offset) && file.writeAll(bytes.data(), bytes.size()) == bytes.size();
-}
-
-/// Bytes of a file that are about to be overwritten.
-class Saved {
-public:
-    bool add(BinFile& file, uint64_t offset, uint64_t size) {
-        stretches.push_back({offset, {}});
-        return readAt(file, offset, size, stretches.back().bytes);
-    }
-    void restore(BinFile& file) const {
-        for (const Stretch& stretch : stretches) {
-            writeAt(file, stretch.offset, stretch.bytes);
-        }
-    }
-
-private:
-    struct Stretch {
-        uint64_t offset;
-        ByteArray bytes;
-    };
-    std::vector<Stretch> stretches;
-};
-
-/// Moves the bytes from `from` up to `to` within the file by `by`, block by block, beginning at the end
-/// where nothing is overwritten before it is read. A failure on the way is undone.
-bool moveWithin(BinFile& file, uint64_t from, uint64_t to, long long by) {
-    constexpr uint64_t blockBytes = 65536;
-    ByteArray block;
-    uint64_t moved = 0;
-    while (moved < to - from) {
-        const uint64_t size = std::min(blockBytes, to - from - moved);
-        const uint64_t at = by > 0 ? to - moved - size : from + moved;
-        const bool read = readAt(file, at, size, block);
-        if (!read || !writeAt(file, shifted(at, by), block)) {
-            if (read) {
-                writeAt(file, at, block);
-            }
-            if (moved != 0) {
-                const uint64_t reached = shifted(by > 0 ? to - moved : from, by);
-                moveWithin(file, reached, reached + moved, -by);
-            }
-            return false;
-        }
-        moved += size;
-    }
-    return true;
-}
 
 bool liesIn(const BOX& box, const BOX& ancestor) {
     const BOX* around = box.parent;
@@ -132,26 +78,14 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
     return rewrite(L"appendFullRangeAndConstrainedSet1Flag_NoSpaces", {inPlaceOf(*avcC, newBox)});
 }
 
-bool Container::mayPatch(const BOX& box) const {
-    const bool within = liesWithin(box.offset, box.end(), box.parent, root->boxSize);
-    if (!within) {
-        Brisa::Console::err(L"MP4: %ls: %ls does not lie within the boxes around it.\n", path.c_str(),
-                            box.basicTag().c_str());
-    }
-    return within;
-}
-
 bool Container::overwriteAvcC(const BOX& avcC, const ByteArray& newBox) {
     return modifyContainer(L"appendFullRangeAndConstrainedSet1Flag_EnoughSpaces", [&](BinFile& file) {
-        Saved saved;
-        if (!mayPatch(avcC) || !saved.add(file, avcC.offset, avcC.boxSize)) {
-            return false;
+        const bool within = liesWithin(avcC.offset, avcC.end(), avcC.parent, root->boxSize);
+        if (!within) {
+            Brisa::Console::err(L"MP4: %ls: %ls does not lie within the boxes around it.\n", path.c_str(),
+                                avcC.basicTag().c_str());
         }
-        const bool written = writeAt(file, avcC.offset, newBox);
-        if (!written) {
-            saved.restore(file);
-        }
-        return written;
+        return within && overwrite(file, avcC.offset, newBox);
     });
 }
 
@@ -164,26 +98,25 @@ bool Container::overwriteUpToUdta(const BOX& avcC, const ByteArray& newBox, cons
         enclosing.push_back({around, around->offset, change});
     }
     return modifyContainer(L"appendFullRangeAndConstrainedSet1Flag_ReuseUdta", [&](BinFile& file) {
-        Saved saved;
-        bool readable = canResize(enclosing) && mayPatch(avcC) && mayPatch(udta) &&
-                        saved.add(file, avcC.offset, avcC.boxSize) &&
-                        saved.add(file, udta.offset, udta.boxSize);
-        for (const Resizing& box : enclosing) {
-            readable = readable && saved.add(file, box.offset, box.box->headerSize());
-        }
-        if (!readable) {
+        // From the first size that changes to the end of the `udta`, in one write: as good as all or nothing.
+        const uint64_t from = enclosing.back().offset;
+        const uint64_t between = udta.offset - avcC.end();
+        ByteArray bytes(udta.end() - from);
+        uint8_t* const newAvcC = bytes.data() + (avcC.offset - from);
+        uint8_t* const behind = newAvcC + newBox.size();
+        if (!canResize(enclosing) || !readAt(file, from, bytes.data(), avcC.offset - from) ||
+            !readAt(file, avcC.end(), behind, between)) {
             return false;
         }
-        const bool moved = resize(file, enclosing) && moveWithin(file, avcC.end(), udta.offset, change);
-        if (moved && writeAt(file, avcC.offset, newBox) &&
-            writeAt(file, shifted(udta.offset, change), filler)) {
-            return true;
+        for (const Resizing& box : enclosing) {
+            const uint64_t size = shifted(box.box->boxSize, change);
+            uint8_t* const header = bytes.data() + (box.offset - from);
+            box.box->largeSize ? storeBigEndian(header + BOX::compactHeader, size)
+                               : storeBigEndian(header, static_cast<uint32_t>(size));
         }
-        if (moved) {
-            moveWithin(file, shifted(avcC.end(), change), shifted(udta.offset, change), -change);
-        }
-        saved.restore(file);
-        return false;
+        std::copy(newBox.begin(), newBox.end(), newAvcC);
+        std::copy(filler.begin(), filler.end(), behind + between);
+        return overwrite(file, from, bytes);
     });
 }
 
