@@ -38,6 +38,18 @@ struct Walk {
     }
 };
 
+/// A structure: one walk over its fields, in the order of its syntax table, serves both directions.
+class Structure : public GolombStreamEntity {
+public:
+    virtual void process_stream(GolombBitStream& stream, bool writing) = 0;
+
+    void parse(GolombBitStream& stream) override {
+        clear();
+        process_stream(stream, false);
+    }
+    void to_s(GolombBitStream& stream) override { process_stream(stream, true); }
+};
+
 /// u(N)
 template <int N>
 class BitData : public GolombStreamEntity {
@@ -141,20 +153,15 @@ private:
 };
 
 /// E.1.2 hrd_parameters
-class HRD : public GolombStreamEntity {
+class HRD : public Structure {
 public:
     void clear() override {
         bit_rate_value_minus1.clear();
         cpb_size_value_minus1.clear();
         cbr_flag.clear();
     }
-    void parse(GolombBitStream& stream) override {
-        clear();
-        process_stream(stream, false);
-    }
-    void to_s(GolombBitStream& stream) override { process_stream(stream, true); }
 
-    void process_stream(GolombBitStream& stream, bool writing) {
+    void process_stream(GolombBitStream& stream, bool writing) override {
         const Walk walk{stream, writing};
         walk(cpb_cnt_minus1);
         walk(bit_rate_scale);
@@ -184,7 +191,7 @@ private:
 };
 
 /// E.1.1 vui_parameters
-class VUI : public GolombStreamEntity {
+class VUI : public Structure {
 public:
     BitData<1> video_signal_type_present_flag;
     BitData<3> video_format;
@@ -194,10 +201,8 @@ public:
         nal_hrd.clear();
         vcl_hrd.clear();
     }
-    void parse(GolombBitStream& stream) override { process_stream(stream, false); }
-    void to_s(GolombBitStream& stream) override { process_stream(stream, true); }
 
-    void process_stream(GolombBitStream& stream, bool writing) {
+    void process_stream(GolombBitStream& stream, bool writing) override {
         constexpr uint32_t extendedSar = 255;
         const Walk walk{stream, writing};
         walk(aspect_ratio_info_present_flag);
@@ -293,16 +298,11 @@ private:
 };
 
 /// What the high profiles have in a sequence parameter set (7.3.2.1.1)
-class HighProfileSpec : public GolombStreamEntity {
+class HighProfileSpec : public Structure {
 public:
     void clear() override { scalingMatrix.clear(); }
-    void parse(GolombBitStream& stream) override {
-        clear();
-        process_stream(stream, false);
-    }
-    void to_s(GolombBitStream& stream) override { process_stream(stream, true); }
 
-    void process_stream(GolombBitStream& stream, bool writing) {
+    void process_stream(GolombBitStream& stream, bool writing) override {
         constexpr uint32_t chroma444 = 3;
         const Walk walk{stream, writing};
         walk(chroma_format_idc);
@@ -330,7 +330,7 @@ private:
 };
 
 /// A sequence parameter set with its NAL unit header (7.3.1, 7.3.2.1.1)
-class SPS : public GolombStreamEntity {
+class SPS : public Structure {
 public:
     BitData<8> profile_idc;
     BitData<1> constraint_set1_flag;
@@ -343,13 +343,8 @@ public:
         offset_for_ref_frame.clear();
         vui.clear();
     }
-    void parse(GolombBitStream& stream) override {
-        clear();
-        process_stream(stream, false);
-    }
-    void to_s(GolombBitStream& stream) override { process_stream(stream, true); }
 
-    void process_stream(GolombBitStream& stream, bool writing) {
+    void process_stream(GolombBitStream& stream, bool writing) override {
         const Walk walk{stream, writing};
         walk(forbidden_zero_bit);
         walk(nal_ref_idc);

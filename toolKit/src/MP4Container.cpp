@@ -118,9 +118,9 @@ bool Container::open(std::function<void(Brisa::FileIO&)> work) const {
 
 bool Container::open_a(std::function<void(Brisa::FileIO&)> work) {
     return Brisa::FileIO::open_a(path, [&](Brisa::FileIO& file) {
-        const bool described = file.identity() == parsed;
+        const bool mine = file.lock() && file.identity() == parsed;
         work(file);
-        if (described) { // by this container's doing it may have changed
+        if (mine) { // what has changed was this container's doing
             parsed = file.identity();
         }
     });

@@ -59,7 +59,8 @@ public:
     void find(const char* boxPath, std::function<bool(BOX&)> predicate) const;
     /// Runs the work on a new handle of the container's file, read-only or for update (neither
     /// created nor truncated, at offset 0). Returns whether the file opened. What the work writes is taken
-    /// to leave the tree true; after a change of structure attach() again.
+    /// to leave the tree true; after a change of structure attach() again. A handle for update has the file
+    /// locked, unless another one has.
     bool open(std::function<void(Brisa::FileIO&)> work) const;
     bool open_a(std::function<void(Brisa::FileIO&)> work);
     /// Prints the whole tree.

@@ -82,15 +82,14 @@ bool Container::appendBlock(uint64_t sourceOffset, std::function<bool(FileIO&)> 
         Brisa::Console::out(L"MP4: SpatialData is existed.\n");
         return true;
     }
+    bool parsedAgain = false;
     const bool appended = append([&](FileIO& handle) {
-        if (!write(handle) || !attach(path) || partial) {
-            return false;
-        }
+        parsedAgain = write(handle) && attach(path);
         BinFile file(handle);
-        return pointToSpatialData(file, sourceOffset);
+        return parsedAgain && !partial && pointToSpatialData(file, sourceOffset);
     });
-    if (!appended) {
-        attach(path);
+    if (!appended && parsedAgain) {
+        attach(path); // the block is gone again
     }
     return appended;
 }
