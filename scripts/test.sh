@@ -13,13 +13,15 @@ step() { printf '\n== %s\n' "$*"; }
 step "Formatting"
 git ls-files -co --exclude-standard '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 
-step "Release build, installed and used by another program"
-cmake --preset release --log-level=WARNING
-cmake --build build
+step "Release builds, static and shared, installed and used by other programs"
 installed=$(mktemp -d)
 trap 'rm -rf "$installed"' EXIT
-cmake --install build --prefix "$installed" >/dev/null
-tests/consumer/run.sh "$installed"
+for shared in OFF ON; do
+  cmake --preset release -B "build/installed-$shared" -DBUILD_SHARED_LIBS=$shared --log-level=WARNING
+  cmake --build "build/installed-$shared"
+  cmake --install "build/installed-$shared" --prefix "$installed/$shared" >/dev/null
+  tests/consumer/run.sh "$installed/$shared"
+done
 
 step "g++: build and tests"
 cmake --preset dev --log-level=WARNING

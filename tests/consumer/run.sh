@@ -17,5 +17,5 @@ export PKG_CONFIG_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name pellmor.pc)")
 # shellcheck disable=SC2046
 g++ "$here/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs pellmor)
-"$work/consumer-pc" "$sample" | cmp - "$work/boxes"
+LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH") "$work/consumer-pc" "$sample" | cmp - "$work/boxes"
 echo "The installed library serves a program of its own."
