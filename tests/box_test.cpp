@@ -20,7 +20,7 @@ public:
     }
     template <class Box>
     Box& at(const char* path) {
-        return static_cast<Box&>(*container.root->first(path));
+        return dynamic_cast<Box&>(*container.root->first(path));
     }
 
 private:
@@ -146,8 +146,9 @@ TEST(Fields, AreReadFromTheirOwnBoxAlone) {
     Parsed file(cat({box("moov", {fullBox("mvhd", 1, {u64(1), u64(~0ULL), u32(600), u64(6000)})}),
                      box("moov", {fullBox("mvhd", 1, {u64(1), zeros(2), u32(600)})})}));
     EXPECT_EQ(file.at<MP4::MVHD>("moov.mvhd").duration, 10) << "seconds";
-    const auto& cut = static_cast<MP4::MVHD&>(*static_cast<MP4::NestedBox&>(*file->root->children[1]).children[0]);
-    EXPECT_EQ(cut.time_scale, 0) << "nothing else is read in its place";
+    const auto* const second = MP4::as<MP4::MOOV>(*file->root->children[1]);
+    EXPECT_EQ(MP4::as<MP4::MVHD>(*second->children[0])->time_scale, 0) << "nothing else is read in its place";
+    EXPECT_EQ(MP4::as<MP4::UUID>(second->children[0].get()), nullptr);
     Parsed limited(box("moov", {box("udta", {locationText("+35.6895+139.6917/")})}), 40);
     EXPECT_EQ(limited.at<MP4::XYZ>("moov.udta.\xA9xyz").text, zeros(18));
 }
@@ -172,28 +173,30 @@ TEST(Find, VisitsMatchesInFileOrderAndStopsPerParent) {
     const Bytes inside = box("ZATR", {box("mdia")});
     const Bytes movie = box("moov", {box("trak", {tkhd(1), tkhd(2)}), box("trak", {tkhd(3)})});
     Parsed file(cat({movie, box("moov", {box("trak")}), uuidBox(MP4::XMP::_UUID, {inside}), uuidBox(MP4::SpatialData::_UUID, {inside})}));
+    using enum MP4::Search;
     struct Case {
         const char* path;
-        bool goOn;
+        MP4::Search then;
         std::vector<uint64_t> offsets;
     };
-    for (const auto& [path, goOn, expected] : {Case{"moov", true, {0, 300}},
-                                               {"moov.trak", true, {8, 200, 308}},
-                                               {"moov.trak", false, {8, 308}},
-                                               {"moov.trak.tkhd", true, {16, 108, 208}},
-                                               {"moov.trak.tkhd", false, {16, 208}},
-                                               {"moov.trak.tkhd.xxxx", true, {}},
-                                               {"moov.", true, {}},
-                                               {"moovtrak", true, {}},
-                                               {"moo", true, {}},
-                                               {"", true, {}},
-                                               {"uuid.ZATR.mdia", true, {388}}}) {
+    for (const auto& [path, then, expected] : {Case{"moov", next, {0, 300}},
+                                               {"moov.trak", next, {8, 200, 308}},
+                                               {"moov.trak", endScan, {8, 308}},
+                                               {"moov.trak.tkhd", next, {16, 108, 208}},
+                                               {"moov.trak.tkhd", endScan, {16, 208}},
+                                               {"moov.trak.tkhd", stop, {16}},
+                                               {"moov.trak.tkhd.xxxx", next, {}},
+                                               {"moov.", next, {}},
+                                               {"moovtrak", next, {}},
+                                               {"moo", next, {}},
+                                               {"", next, {}},
+                                               {"uuid.ZATR.mdia", next, {388}}}) {
         std::vector<uint64_t> offsets;
-        file->find(path, [&, &go = goOn](const MP4::BOX& found) {
+        file->root->find(path, [&, go = then](const MP4::BOX& found) {
             offsets.push_back(found.offset);
             return go;
         });
-        EXPECT_EQ(offsets, expected) << path << ' ' << goOn;
+        EXPECT_EQ(offsets, expected) << path << ' ' << static_cast<int>(then);
         int missing = 0;
         file->root->if_not_found(path, [&missing] { ++missing; });
         EXPECT_EQ(missing, expected.empty() ? 1 : 0) << path;
@@ -228,4 +231,14 @@ TEST(Uuid, KeepsWhatTheFileHasOfThePayload) {
     ByteArray bytes(3);
     built.to_byteArray(bytes);
     EXPECT_EQ(Bytes(bytes.begin(), bytes.end()), whole);
+}
+
+TEST(Box, HasAHeaderThatFitsItsSize) {
+    const auto header = [](uint64_t content) {
+        const ByteArray bytes = MP4::headerOf(MP4::fourcc("\xA9xyz"), content);
+        return Bytes(bytes.begin(), bytes.end());
+    };
+    EXPECT_EQ(header(UINT32_MAX - 8), u32(UINT32_MAX) + "\xA9xyz");
+    EXPECT_EQ(header(UINT32_MAX - 7), u32(1) + "\xA9xyz" + u64(16 + uint64_t{UINT32_MAX} - 7));
+    EXPECT_EQ(MP4::BOX(0, 8, MP4::fourcc("\xA9\nyz"), nullptr).type(), L"\u00A9?yz");
 }

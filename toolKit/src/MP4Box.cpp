@@ -21,6 +21,24 @@ constexpr size_t tagBytes = 4;
 
 } // namespace
 
+ByteArray headerOf(uint32_t tag, uint64_t content) {
+    const bool large = content > UINT32_MAX - BOX::compactHeader;
+    ByteArray header(BOX::compactHeader + (large ? sizeof(uint64_t) : 0));
+    const uint64_t size = header.size() + content;
+    storeBigEndian(&header[0], large ? 1 : static_cast<uint32_t>(size));
+    std::memcpy(&header[sizeof(uint32_t)], &tag, tagBytes);
+    if (large) {
+        storeBigEndian(&header[BOX::compactHeader], size);
+    }
+    return header;
+}
+
+ByteArray boxOf(uint32_t tag, const ByteArray& body) {
+    ByteArray box = headerOf(tag, body.size());
+    box.append(body);
+    return box;
+}
+
 BOX::BOX(uint64_t offset_, uint64_t size_, uint32_t tag_, BOX* parent_)
     : offset(offset_), boxSize(size_), tag(tag_), parent(parent_) {}
 
@@ -107,6 +125,18 @@ std::wstring BOX::basicTag() const {
     return Brisa::wchar::mbs2wcs(text.data());
 }
 
+std::wstring BOX::type() const {
+    constexpr unsigned firstPrintable = 0x20;
+    constexpr unsigned firstControl = 0x7F;
+    constexpr unsigned lastControl = 0x9F;
+    std::wstring text;
+    for (const uint8_t byte : std::bit_cast<std::array<uint8_t, tagBytes>>(tag)) {
+        const bool control = byte < firstPrintable || (byte >= firstControl && byte <= lastControl);
+        text += control ? L'?' : static_cast<wchar_t>(byte);
+    }
+    return text;
+}
+
 std::wstring BOX::indentation() const {
     std::wstring blanks(static_cast<size_t>(std::max(depth, 0)) * 4, L' ');
     return blanks;
@@ -159,9 +189,17 @@ std::unique_ptr<BOX> NestedBox::allocChild(BOX& header) {
 }
 
 void NestedBox::find(const char* path, std::function<bool(BOX&)> fn) const {
+    search(path, [&fn](BOX& box) { return fn(box) ? Search::next : Search::endScan; });
+}
+
+void NestedBox::find(const char* path, std::function<Search(BOX&)> fn) const {
+    search(path, fn);
+}
+
+bool NestedBox::search(const char* path, const std::function<Search(BOX&)>& fn) const {
     uint32_t key;
     if (strnlen(path, tagBytes) < tagBytes) {
-        return;
+        return true;
     }
     std::memcpy(&key, path, sizeof key);
     const char next = path[tagBytes];
@@ -170,13 +208,15 @@ void NestedBox::find(const char* path, std::function<bool(BOX&)> fn) const {
             continue;
         }
         if (next == '\0') {
-            if (!fn(*child)) {
-                return;
+            if (const Search then = fn(*child); then != Search::next) {
+                return then != Search::stop;
             }
-        } else if (next == '.' && child->hasChild()) {
-            static_cast<const NestedBox&>(*child).find(path + tagBytes + 1, fn);
+        } else if (next == '.' && child->hasChild() &&
+                   !static_cast<const NestedBox&>(*child).search(path + tagBytes + 1, fn)) {
+            return false;
         }
     }
+    return true;
 }
 
 void NestedBox::if_not_found(const char* path, std::function<void()> fn) const {
@@ -188,8 +228,8 @@ void NestedBox::if_not_found(const char* path, std::function<void()> fn) const {
 BOX* NestedBox::first(const char* path) const {
     BOX* found = nullptr;
     find(path, [&found](BOX& box) {
-        found = found == nullptr ? &box : found;
-        return false;
+        found = &box;
+        return Search::stop;
     });
     return found;
 }

@@ -27,6 +27,18 @@ constexpr uint32_t fourcc(const char (&text)[5]) {
 /// The 16-byte identity of a `uuid` box, in file order.
 using Usertype = std::array<uint8_t, 16>;
 
+/// The header of a box with `content` bytes behind it: 8 bytes, or 16 where the size needs 64 bits.
+[[nodiscard]] ByteArray headerOf(uint32_t tag, uint64_t content);
+/// A whole box with this body.
+[[nodiscard]] ByteArray boxOf(uint32_t tag, const ByteArray& body);
+
+/// How a search goes on behind a box that it has found, see NestedBox::find().
+enum class Search {
+    next,    ///< with the next match
+    endScan, ///< without the boxes that lie beside this one; where another path leads, it goes on
+    stop     ///< not at all
+};
+
 /// What all boxes have in common: the header (ISO/IEC 14496-12, 4.2).
 ///
 /// | offset | bytes | field                                                              |
@@ -83,6 +95,9 @@ public:
     bool copyTo(Brisa::FileIO& source, Brisa::FileIO& destination) const;
     /// The text that names the box in every dump line: 'moov': start=32 bytes=700
     [[nodiscard]] std::wstring basicTag() const;
+    /// The type as a text of four characters, one for each byte (ISO 8859-1, so that A9 is the copyright
+    /// sign); '?' stands for a control character.
+    [[nodiscard]] std::wstring type() const;
 
 protected:
     /// Every parser begins with it: bounds the file's reads by the end of this box and by `limit`.
@@ -90,6 +105,25 @@ protected:
     /// Four blanks for each level.
     [[nodiscard]] std::wstring indentation() const;
 };
+
+/// The box as an object of the class `Box`; null if it is of another class. What stands where is told by a
+/// table at the end of this header.
+template <class Box>
+[[nodiscard]] Box* as(BOX* box) {
+    return dynamic_cast<Box*>(box);
+}
+template <class Box>
+[[nodiscard]] const Box* as(const BOX* box) {
+    return dynamic_cast<const Box*>(box);
+}
+template <class Box>
+[[nodiscard]] Box* as(BOX& box) {
+    return as<Box>(&box);
+}
+template <class Box>
+[[nodiscard]] const Box* as(const BOX& box) {
+    return as<Box>(&box);
+}
 
 /// A box whose body is a sequence of boxes. It owns them.
 class NestedBox : public BOX {
@@ -105,10 +139,13 @@ public:
     virtual std::unique_ptr<BOX> allocChild(BOX& header);
 
     /// Calls `fn` for the boxes that `path` reaches: box types of four bytes each, joined by dots
-    /// ("moov.trak.mdia"), matched from the children of this box downwards, in file order. A false
-    /// result of `fn` ends only the scan of the children among which the match lay. A path with a
+    /// ("moov.trak.mdia"), matched from the children of this box downwards, in file order. A path with a
     /// component of another length matches nothing.
+    ///
+    /// `fn` tells how to go on. False does not stop the search: as Search::endScan it ends one scan only,
+    /// that of the children among which the match lay ("moov.trak.tkhd" then goes on in the next `trak`).
     void find(const char* path, std::function<bool(BOX&)> fn) const;
+    void find(const char* path, std::function<Search(BOX&)> fn) const;
     /// Calls `fn` once if find() would reach no box.
     void if_not_found(const char* path, std::function<void()> fn) const;
     /// The first box at `path` in file order, or null.
@@ -122,6 +159,10 @@ protected:
     /// plain BOX.
     void parseChildren(BinFile& file, uint64_t limit);
     void dumpChildren() const;
+
+private:
+    /// What both forms of find() do; false once the search is to stop.
+    bool search(const char* path, const std::function<Search(BOX&)>& fn) const;
 };
 
 /// A nested box with the version and flags of a full box in front of its children.
@@ -376,12 +417,16 @@ class XYZ : public BOX {
 public:
     using BOX::BOX;
 
-    uint16_t textSize = 0;      ///< as stored; the text reaches to the end of the box
-    uint16_t language = 0x15C7; ///< three 5-bit letters (ISO 639-2/T); 0x15C7 is "eng"
-    std::string text;           ///< at most 512 bytes; zeros where the parse cannot read it
+    static constexpr uint16_t english = 0x15C7; ///< "eng", three letters of 5 bits (ISO 639-2/T)
+
+    uint16_t textSize = 0; ///< as stored; the text reaches to the end of the box
+    uint16_t language = english;
+    std::string text; ///< at most 512 bytes; zeros where the parse cannot read it
 
     void dump() const override;
     void parseBox(BinFile& file, uint64_t limit) override;
+    /// A whole box with this text, of at most 65,535 bytes, in English.
+    [[nodiscard]] static ByteArray make(const std::string& text);
 };
 
 /// Location information box (`loci`, 3GPP TS 26.244 8.2), read with an empty name.
@@ -397,6 +442,8 @@ public:
 
     void dump() const override;
     void parseBox(BinFile& file, uint64_t limit) override;
+    /// A whole box with no name, no astronomical body and no notes; the numbers are signed 16.16 fixed point.
+    [[nodiscard]] static ByteArray make(uint32_t longitude, uint32_t latitude, uint32_t altitude);
 };
 
 /// Top-level metadata box (`meta`, ISO/IEC 14496-12 8.11.1).
@@ -450,6 +497,9 @@ public:
     /// Replaces the content of `out` by the bytes of the box; the size is counted from the payload.
     void to_byteArray(ByteArray& out) const;
 
+    /// A whole box, with the low 32 bits of its size.
+    [[nodiscard]] static ByteArray make(const Usertype& identity, const std::string& payload);
+
     /// The bytes in front of the payload: a 32-bit size, "uuid" and the identity.
     static constexpr uint64_t prefixSize = 24;
     [[nodiscard]] static std::array<uint8_t, prefixSize> prefix(uint32_t size, const Usertype& identity);
@@ -484,5 +534,22 @@ public:
     static constexpr Usertype _UUID{0xFF, 0xCC, 0x82, 0x63, 0xF8, 0x55, 0x4A, 0x93,
                                     0x88, 0x14, 0x58, 0x7A, 0x02, 0x52, 0x1F, 0xDD};
 };
+
+// Which class stands at which path; every other box is a plain BOX. What is said of a TRAK holds in each of
+// them.
+//
+// | path                                           | class                              |
+// |------------------------------------------------|------------------------------------|
+// | ftyp, mdat, moov, meta, meta.hdlr              | FTYP, MDAT, MOOV, META, HDLR       |
+// | uuid, and in a TRAK: uuid                      | UUID (never XMP, AXIS, ...: is())  |
+// | moov.mvhd, moov.udta                           | MVHD, UDTA                         |
+// | moov.udta.loci, moov.udta.\xA9xyz              | LOCI, XYZ                          |
+// | moov.trak, uuid.ZATR of spatial data           | TRAK                               |
+// | in a TRAK: tkhd, mdia, mdia.mdhd, mdia.minf    | TKHD, MDIA, MDHD, MINF             |
+// | mdia.minf.stbl, and in it: stsd                | STBL, STSD                         |
+// | in an STBL: stts, stsc, stsz, stco, co64       | STTS, STSC, STSZ, STCO, CO64       |
+// | in an STSD: sowt, avc1, avc1.avcC              | SOWT, AVC1, AVCC (MP4Box_avcc.h)   |
+//
+// So a `uuid` in `moov` is a plain box, and so is a `meta` in `udta`.
 
 } // namespace MP4

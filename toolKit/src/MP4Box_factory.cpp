@@ -7,7 +7,7 @@ namespace MP4 {
 namespace {
 
 template <class Box>
-std::unique_ptr<BOX> make(const BOX& header, BOX* parent) {
+std::unique_ptr<BOX> typed(const BOX& header, BOX* parent) {
     return std::make_unique<Box>(header, parent);
 }
 
@@ -17,112 +17,112 @@ std::unique_ptr<BOX> make(const BOX& header, BOX* parent) {
 std::unique_ptr<BOX> ROOT::allocChild(BOX& header) {
     switch (header.tag) {
     case fourcc("ftyp"):
-        return make<FTYP>(header, this);
+        return typed<FTYP>(header, this);
     case fourcc("mdat"):
-        return make<MDAT>(header, this);
+        return typed<MDAT>(header, this);
     case fourcc("meta"):
-        return make<META>(header, nullptr);
+        return typed<META>(header, nullptr);
     case fourcc("moov"):
-        return make<MOOV>(header, nullptr);
+        return typed<MOOV>(header, nullptr);
     case fourcc("uuid"):
-        return make<UUID>(header, nullptr);
+        return typed<UUID>(header, nullptr);
     default:
-        return make<BOX>(header, this);
+        return typed<BOX>(header, this);
     }
 }
 
 std::unique_ptr<BOX> MOOV::allocChild(BOX& header) {
     switch (header.tag) {
     case fourcc("mvhd"):
-        return make<MVHD>(header, this);
+        return typed<MVHD>(header, this);
     case fourcc("udta"):
-        return make<UDTA>(header, this);
+        return typed<UDTA>(header, this);
     case fourcc("trak"):
-        return make<TRAK>(header, this);
+        return typed<TRAK>(header, this);
     default:
-        return make<BOX>(header, this);
+        return typed<BOX>(header, this);
     }
 }
 
 std::unique_ptr<BOX> TRAK::allocChild(BOX& header) {
     switch (header.tag) {
     case fourcc("uuid"):
-        return make<UUID>(header, this);
+        return typed<UUID>(header, this);
     case fourcc("tkhd"):
-        return make<TKHD>(header, this);
+        return typed<TKHD>(header, this);
     case fourcc("mdia"):
-        return make<MDIA>(header, this);
+        return typed<MDIA>(header, this);
     default:
-        return make<BOX>(header, this);
+        return typed<BOX>(header, this);
     }
 }
 
 std::unique_ptr<BOX> MDIA::allocChild(BOX& header) {
     switch (header.tag) {
     case fourcc("mdhd"):
-        return make<MDHD>(header, this);
+        return typed<MDHD>(header, this);
     case fourcc("minf"):
-        return make<MINF>(header, this);
+        return typed<MINF>(header, this);
     default:
-        return make<BOX>(header, this);
+        return typed<BOX>(header, this);
     }
 }
 
 std::unique_ptr<BOX> MINF::allocChild(BOX& header) {
-    return header.tag == fourcc("stbl") ? make<STBL>(header, this) : make<BOX>(header, this);
+    return header.tag == fourcc("stbl") ? typed<STBL>(header, this) : typed<BOX>(header, this);
 }
 
 std::unique_ptr<BOX> STBL::allocChild(BOX& header) {
     switch (header.tag) {
     case fourcc("co64"):
-        return make<CO64>(header, this);
+        return typed<CO64>(header, this);
     case fourcc("stco"):
-        return make<STCO>(header, this);
+        return typed<STCO>(header, this);
     case fourcc("stsc"):
-        return make<STSC>(header, this);
+        return typed<STSC>(header, this);
     case fourcc("stsd"):
-        return make<STSD>(header, this);
+        return typed<STSD>(header, this);
     case fourcc("stsz"):
-        return make<STSZ>(header, this);
+        return typed<STSZ>(header, this);
     case fourcc("stts"):
-        return make<STTS>(header, this);
+        return typed<STTS>(header, this);
     default:
-        return make<BOX>(header, this);
+        return typed<BOX>(header, this);
     }
 }
 
 std::unique_ptr<BOX> STSD::allocChild(BOX& header) {
     switch (header.tag) {
     case fourcc("sowt"):
-        return make<SOWT>(header, this);
+        return typed<SOWT>(header, this);
     case fourcc("avc1"):
-        return make<AVC1>(header, this);
+        return typed<AVC1>(header, this);
     default:
-        return make<BOX>(header, this);
+        return typed<BOX>(header, this);
     }
 }
 
 std::unique_ptr<BOX> AVC1::allocChild(BOX& header) {
-    return header.tag == fourcc("avcC") ? make<AVCC>(header, this) : make<BOX>(header, this);
+    return header.tag == fourcc("avcC") ? typed<AVCC>(header, this) : typed<BOX>(header, this);
 }
 
 std::unique_ptr<BOX> UDTA::allocChild(BOX& header) {
     switch (header.tag) {
     case fourcc("loci"):
-        return make<LOCI>(header, this);
+        return typed<LOCI>(header, this);
     case fourcc("\xA9xyz"):
-        return make<XYZ>(header, this);
+        return typed<XYZ>(header, this);
     default:
-        return make<BOX>(header, this);
+        return typed<BOX>(header, this);
     }
 }
 
 std::unique_ptr<BOX> META::allocChild(BOX& header) {
-    return header.tag == fourcc("hdlr") ? make<HDLR>(header, this) : make<BOX>(header, this);
+    return header.tag == fourcc("hdlr") ? typed<HDLR>(header, this) : typed<BOX>(header, this);
 }
 
 std::unique_ptr<BOX> UUID::allocChild(BOX& header) {
-    return header.tag == fourcc("ZATR") ? make<TRAK>(header, this) : make<BOX>(header, this);
+    return header.tag == fourcc("ZATR") ? typed<TRAK>(header, this) : typed<BOX>(header, this);
 }
 
 } // namespace MP4

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Brisa/BrisaConsole.h"
+#include "ByteOrder.h"
 #include "MP4Box_fields.h"
 
 namespace MP4 {
@@ -37,6 +38,14 @@ void XYZ::dump() const {
                  Brisa::wchar::mbs2wcs(text).c_str(), language);
 }
 
+ByteArray XYZ::make(const std::string& text) {
+    ByteArray body(4);
+    storeBigEndian(&body[0], static_cast<uint16_t>(text.size()));
+    storeBigEndian(&body[2], english);
+    body.append(text.data(), text.size());
+    return boxOf(fourcc("\xA9xyz"), body);
+}
+
 void LOCI::parseBox(BinFile& file, uint64_t limit) {
     enter(file, limit);
     file.seek_cur(8); // version and flags, language, empty name, role
@@ -51,6 +60,15 @@ void LOCI::dump() const {
     const Console::LocaleC fullStop;
     Console::out(L"MP4: %ls<%ls loci=%f %f %f >\n", indentation().c_str(), basicTag().c_str(), longitude,
                  latitude, altitude);
+}
+
+/// Two bytes more than an empty name, no body and no notes need: 28 bytes is what a malformed box has.
+ByteArray LOCI::make(uint32_t longitude, uint32_t latitude, uint32_t altitude) {
+    ByteArray body(24);
+    storeBigEndian(&body[8], longitude);
+    storeBigEndian(&body[12], latitude);
+    storeBigEndian(&body[16], altitude);
+    return boxOf(fourcc("loci"), body);
 }
 
 void HDLR::parseBox(BinFile& file, uint64_t limit) {

@@ -53,6 +53,15 @@ std::array<uint8_t, UUID::prefixSize> UUID::prefix(uint32_t size, const Usertype
     return bytes;
 }
 
+ByteArray UUID::make(const Usertype& identity, const std::string& payload) {
+    const uint64_t size = prefixSize + payload.size();
+    const auto front = prefix(static_cast<uint32_t>(size & 0xFFFFFFFF), identity);
+    ByteArray box(size);
+    std::copy(front.begin(), front.end(), box.begin());
+    std::copy(payload.begin(), payload.end(), box.begin() + prefixSize);
+    return box;
+}
+
 bool UUID::write(BinFile& file) const {
     const auto front = prefix(static_cast<uint32_t>(boxSize & 0xFFFFFFFF), usertype);
     const uint64_t written = file.writeAll(front.data(), front.size());
@@ -65,10 +74,7 @@ bool UUID::write(Brisa::FileIO& file) const {
 }
 
 void UUID::to_byteArray(ByteArray& out) const {
-    const auto front = prefix(static_cast<uint32_t>((prefixSize + payload.size()) & 0xFFFFFFFF), usertype);
-    out.resize(front.size() + payload.size());
-    std::copy(front.begin(), front.end(), out.begin());
-    std::copy(payload.begin(), payload.end(), out.begin() + prefixSize);
+    out = make(usertype, payload);
 }
 
 } // namespace MP4

@@ -17,8 +17,7 @@ constexpr uint64_t shifted(uint64_t offset, long long by) {
     return static_cast<uint64_t>(static_cast<long long>(offset) + by);
 }
 
-/// A complete box with a 32-bit size.
-ByteArray makeBox(uint32_t tag, const ByteArray& body);
+constexpr auto makeBox = boxOf;
 /// Whether a box with a 32-bit size can hold `bytes` of content; says so on standard error if not.
 bool fitsBox(uint64_t bytes);
 

@@ -1,5 +1,4 @@
 #include "Brisa/BrisaConsole.h"
-#include "ByteOrder.h"
 #include "GPSInfo.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
@@ -17,26 +16,6 @@ ByteArray givenTextBox(const GPSInfo& position) {
     return makeBox(fourcc("@xyz"), body);
 }
 
-/// `loci` (3GPP TS 26.244 8.2): no name, no body, no notes; two bytes more than those need.
-ByteArray locationBox(const GPSInfo& position) {
-    ByteArray body(24);
-    storeBigEndian(&body[8], position.longitude.toUINT32Fixnum());
-    storeBigEndian(&body[12], position.latitude.toUINT32Fixnum());
-    storeBigEndian(&body[16], position.altitude.toUINT32Fixnum());
-    return makeBox(fourcc("loci"), body);
-}
-
-/// `©xyz`: size and language ("eng") of the text, and the text.
-ByteArray locationTextBox(const GPSInfo& position) {
-    constexpr uint16_t english = 0x15C7;
-    const std::string text = position.to_CXYZ_string();
-    ByteArray body(4);
-    storeBigEndian(&body[0], static_cast<uint16_t>(text.size()));
-    storeBigEndian(&body[2], english);
-    body.append(text.data(), text.size());
-    return makeBox(fourcc("\xA9xyz"), body);
-}
-
 } // namespace
 
 bool Container::build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& position) const {
@@ -51,10 +30,11 @@ bool Container::build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& pos
         out.append(givenTextBox(position));
     }
     if (root->first("moov.udta.loci") == nullptr) {
-        out.append(locationBox(position));
+        out.append(LOCI::make(position.longitude.toUINT32Fixnum(), position.latitude.toUINT32Fixnum(),
+                              position.altitude.toUINT32Fixnum()));
     }
     if (root->first(locationTextPath) == nullptr) {
-        out.append(locationTextBox(position));
+        out.append(XYZ::make(position.to_CXYZ_string()));
     }
     if (!out.empty() && udta == nullptr) {
         out = makeBox(fourcc("udta"), out);

@@ -102,14 +102,6 @@ Moves movesOf(const std::vector<Insertion>& insertions) {
 
 } // namespace
 
-ByteArray makeBox(uint32_t tag, const ByteArray& body) {
-    ByteArray box(BOX::compactHeader + body.size());
-    storeBigEndian(box.data(), static_cast<uint32_t>(box.size()));
-    std::memcpy(box.data() + sizeof(uint32_t), &tag, sizeof tag);
-    std::copy(body.begin(), body.end(), box.data() + BOX::compactHeader);
-    return box;
-}
-
 bool fitsBox(uint64_t bytes) {
     const bool fits = bytes <= UINT32_MAX - UUID::prefixSize;
     if (!fits) {
