@@ -149,6 +149,13 @@ TEST(Fields, AreReadFromTheirOwnBoxAlone) {
     const auto* const second = MP4::as<MP4::MOOV>(*file->root->children[1]);
     EXPECT_EQ(MP4::as<MP4::MVHD>(*second->children[0])->time_scale, 0) << "nothing else is read in its place";
     EXPECT_EQ(MP4::as<MP4::UUID>(second->children[0].get()), nullptr);
+    Parsed media(box("moov", {box("trak", {box("mdia", {handler("?")})}), box("trak", {box("mdia", {withSize(handler("?"), 19)})})}));
+    std::vector<uint32_t> handlers;
+    media->find("moov.trak.mdia", [&handlers](MP4::BOX& found) {
+        handlers.push_back(MP4::as<MP4::MDIA>(found)->handler);
+        return true;
+    });
+    EXPECT_THAT(handlers, testing::ElementsAre(MP4::fourcc("mdir"), 0));
     Parsed limited(box("moov", {box("udta", {locationText("+35.6895+139.6917/")})}), 40);
     EXPECT_EQ(limited.at<MP4::XYZ>("moov.udta.\xA9xyz").text, zeros(18));
 }

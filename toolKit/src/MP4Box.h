@@ -252,6 +252,12 @@ public:
 class MDIA : public NestedBox {
 public:
     using NestedBox::NestedBox;
+
+    /// What kind of media it is, fourcc("vide") or fourcc("soun") for example, from its first `hdlr` box
+    /// (which is a plain BOX in the tree); 0 where none tells.
+    uint32_t handler = 0;
+
+    void parseBox(BinFile& file, uint64_t limit) override;
     std::unique_ptr<BOX> allocChild(BOX& header) override;
 };
 

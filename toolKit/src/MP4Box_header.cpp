@@ -1,5 +1,7 @@
 #include "MP4Box.h"
 
+#include <algorithm>
+
 #include "Brisa/BrisaConsole.h"
 #include "MP4Box_fields.h"
 
@@ -71,6 +73,16 @@ void TKHD::dump() const {
 
 bool TKHD::setTimeStamp(BinFile& file, uint64_t time) const {
     return writeCreationTime(*this, version, file, time);
+}
+
+void MDIA::parseBox(BinFile& file, uint64_t limit) {
+    constexpr uint64_t handlerField = 8; // behind version, flags and a reserved number
+    NestedBox::parseBox(file, limit);
+    if (const BOX* const hdlr = first("hdlr")) {
+        file.limit = std::min({hdlr->end(), end(), limit});
+        file.seek_set(hdlr->offset + hdlr->headerSize() + handlerField);
+        file.readBytes(&handler, sizeof handler);
+    }
 }
 
 void MDHD::parseBox(BinFile& file, uint64_t limit) {
