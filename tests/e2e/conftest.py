@@ -12,6 +12,17 @@ import pytest
 
 BIN = Path(os.environ["PELLMOR_BIN"])
 SANITIZED = os.environ["PELLMOR_SANITIZED"] == "1"
+REMARKS = []  # figures that a test wants to be seen
+
+
+def pytest_terminal_summary(terminalreporter, exitstatus):
+    """What was not tested is told loudly, but for what a sanitizer makes meaningless; ctest knows the words."""
+    for remark in REMARKS:
+        terminalreporter.write_line(remark)
+    for report in terminalreporter.stats.get("skipped", []):
+        reason = report.longrepr[2].removeprefix("Skipped: ")
+        if exitstatus == pytest.ExitCode.OK and not (SANITIZED and "sanitizer" in reason):
+            terminalreporter.write_line(f"COULD NOT RUN HERE: {report.nodeid}: {reason}", red=True)
 
 
 def box(kind, *body):
