@@ -10,6 +10,14 @@ need clang clang-format cmake ffmpeg g++ libclang-rt-dev libcli11-dev libgtest-d
 
 step() { printf '\n== %s\n' "$*"; }
 
+# Lines that are neither empty nor all comment: all of the tests against all that they test.
+lines() { git ls-files "$@" | grep -E '\.(cpp|h|py|sh)$' | xargs grep -hvE '^[[:space:]]*($|//|#( |$)|\*)' | wc -l; }
+
+step "Tests and code"
+tests=$(lines tests fuzz)
+code=$(lines toolKit tool edit python)
+echo "$tests lines of tests, $code lines of code: $((100 * tests / code)) %"
+
 step "Formatting"
 git ls-files -co --exclude-standard '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 
