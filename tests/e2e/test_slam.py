@@ -97,7 +97,7 @@ def test_every_failing_step_has_its_message_and_status(recording, side, tmp_path
         ("rmap", missing, side, {}, 252, b"open(missing, 'r') failed.\nmp4File read error."),
         ("rmap", mp4, side, {}, 252, b"mp4File read error."),
         ("rmap", cut, side, {}, 252, b"mp4File read error."),
-        ("rmap", folder, side, {}, 252, b"mp4File read error."),
+        ("rmap", folder, side, {}, 252, b"open(folder, 'r') failed.\nmp4File read error."),
         ("rwalk", hollow, side, {}, 251, b"binData is empty.\nmapFile write error."),
         ("rmap", full, folder, {}, 251, b"open(folder, 'w') failed.\nmapFile write error."),
         ("rmap", full, full, {}, 251, b"mapFile write error."),

@@ -1,25 +1,103 @@
 #include "Brisa/BrisaConsole.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>
+#include <new>
+#include <utility>
+
+#include "Brisa/BrisaErrno.h"
+#include "Brisa/BrisaFileIO.h"
 
 namespace Brisa {
+
+namespace {
+
+constexpr size_t shortText = 1024;
+constexpr size_t longestText = size_t{1} << 26; // a format that fails for another reason than room ends here
+
+Console::Sink& sink() {
+    static Console::Sink installed;
+    return installed;
+}
+
+std::wstring formatted(const wchar_t* format, std::va_list arguments) {
+    wchar_t buffer[shortText];
+    std::wstring grown;
+    for (size_t room = shortText; room <= longestText; room *= 4) {
+        if (room > shortText) {
+            grown.resize(room);
+        }
+        wchar_t* const text = room > shortText ? grown.data() : buffer;
+        std::va_list again;
+        va_copy(again, arguments);
+        errno = 0;
+        const int length = std::vswprintf(text, room, format, again);
+        va_end(again);
+        if (length >= 0) {
+            return {text, static_cast<size_t>(length)};
+        }
+        if (errno == EILSEQ) {
+            break;
+        }
+    }
+    return {};
+}
+
+/// What a stream that its program made wide-oriented can take: it gives up at a character that the
+/// locale cannot express.
+std::wstring expressible(std::wstring text) {
+    std::replace_if(
+        text.begin(), text.end(),
+        [](wchar_t character) {
+            char bytes[MB_LEN_MAX];
+            std::mbstate_t state{};
+            return std::wcrtomb(bytes, character, &state) == static_cast<size_t>(-1);
+        },
+        L'?');
+    return text;
+}
+
+void print(Console::Stream stream, const wchar_t* format, std::va_list arguments) try {
+    const ErrnoKept reason;
+    const std::wstring text = formatted(format, arguments);
+    if (sink()) {
+        sink()(stream, wchar::toBytes(text));
+        return;
+    }
+    std::FILE* const file = stream == Console::Stream::out ? stdout : stderr;
+    if (std::fwide(file, 0) > 0) {
+        std::fputws(expressible(text).c_str(), file);
+    } else {
+        const std::string bytes = wchar::toBytes(text);
+        std::fwrite(bytes.data(), 1, bytes.size(), file);
+    }
+    std::fflush(file);
+} catch (const std::bad_alloc&) {
+    // Texts are printed on the way out of failures, destructors included.
+}
+
+} // namespace
+
+void Console::setSink(Sink sink_) {
+    sink() = std::move(sink_);
+}
 
 void Console::out(const wchar_t* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    std::vfwprintf(stdout, format, arguments);
+    print(Stream::out, format, arguments);
     va_end(arguments);
-    std::fflush(stdout);
 }
 
 void Console::err(const wchar_t* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    std::vfwprintf(stderr, format, arguments);
+    print(Stream::err, format, arguments);
     va_end(arguments);
-    std::fflush(stderr);
 }
 
 void Console::dump(const wchar_t* title, const unsigned char* data, unsigned long size) {

@@ -1,18 +1,33 @@
 #pragma once
 
+#include <functional>
+#include <string>
+
 #include <locale.h>
 
 namespace Brisa {
 
-/// The one place through which the toolkit writes to the terminal.
+/// The one place through which the toolkit speaks: results and the product's own messages on standard
+/// output, reasons and warnings on standard error.
 ///
-/// Output goes through the wide functions of the C library, so the first line turns the stream
-/// wide-oriented for good; wide text becomes bytes by the rules of the process locale.
+/// A text is formatted as wide text and handed on as bytes, converted by wchar::toBytes(): a path
+/// appears as it was given, whatever the locale. A program that uses the library keeps its streams:
+/// they stay as they are oriented, and what it prints itself appears in order. A stream that is closed
+/// or full loses the text and nothing else; so does a text that memory has no room for. No operation
+/// changes errno.
+///
+/// Several threads may print at once: one call is one text. The sink is the only state.
 class Console {
 public:
-    /// Formats as vwprintf() does, writes to standard output and flushes it, so that a line is
-    /// visible even when the process ends right after it. Wide strings are passed with "%ls".
-    /// Output errors are not reported.
+    enum class Stream { out, err };
+    using Sink = std::function<void(Stream stream, const std::string& text)>;
+
+    /// Gets, from now on, each text that would be printed, as the bytes that would reach the stream;
+    /// an empty one has them printed again. Set before threads start; it must not throw.
+    static void setSink(Sink sink);
+
+    /// Formats as vswprintf() does, writes to standard output and flushes it, so that a line is
+    /// visible even when the process ends right after it. Texts are passed with "%ls".
     static void out(const wchar_t* format, ...);
 
     /// The same to standard error: for what a person must know beside the program's own texts,
@@ -23,8 +38,8 @@ public:
     /// two upper-case hexadecimal digits, and a newline.
     static void dump(const wchar_t* title, const unsigned char* data, unsigned long size);
 
-    /// Called first in every program. The process keeps the locale it starts with, the POSIX
-    /// locale: paths and messages are converted by its rules.
+    /// Does nothing; called first in a program, which keeps the locale that it starts with. No
+    /// operation of the toolkit needs another one.
     static void init_locale();
 
     class LocaleC;

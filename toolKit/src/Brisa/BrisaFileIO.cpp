@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <memory>
+#include <utility>
 
 #include "Brisa/BrisaConsole.h"
 #include "ByteOrder.h"
@@ -12,6 +14,8 @@ namespace Brisa {
 bool FileIO_show_process_file_name = false;
 
 namespace {
+
+thread_local Watch* innermost = nullptr;
 
 bool openFor(const std::wstring& path, int mode, const std::function<void(FileIO&)>& work) {
     FileIO file(path, mode);
@@ -26,6 +30,32 @@ bool openFor(const std::wstring& path, int mode, const std::function<void(FileIO
 }
 
 } // namespace
+
+Watch::Watch(Hook hook_) : hook(std::move(hook_)), outer(std::exchange(innermost, this)) {}
+
+Watch::~Watch() {
+    innermost = outer;
+}
+
+bool Watch::goOn(uint64_t bytes) {
+    Watch* const asked = innermost;
+    if (asked == nullptr || !asked->hook) {
+        return true;
+    }
+    asked->stopped = !asked->hook(std::exchange(asked->pending, 0) + bytes);
+    if (asked->stopped) {
+        errno = EINTR;
+    }
+    return !asked->stopped;
+}
+
+bool Watch::passed(uint64_t bytes) {
+    if (innermost == nullptr) {
+        return true;
+    }
+    innermost->pending += bytes;
+    return (innermost->pending < blockBytes && !innermost->stopped) || goOn();
+}
 
 bool FileIO::open(const std::wstring& path, std::function<void(FileIO&)> work) {
     return openFor(path, 'r', work);
@@ -43,10 +73,19 @@ bool FileIO::exist(const std::wstring& path) {
     return open(path, [](FileIO&) {});
 }
 
+bool FileIO::mayGoOn(uint64_t transferred, bool more) {
+    const bool on = Watch::passed(transferred) || !more;
+    faulty = faulty || !on;
+    return on;
+}
+
 uint64_t FileIO::copyTo(FileIO& destination, uint64_t size) {
     constexpr uint64_t blockBytes = 65536;
+    uint64_t total = size < blockBytes ? 0 : copyWithin(destination, size);
+    if (total == size || failed() || destination.failed()) {
+        return total;
+    }
     const auto block = std::make_unique_for_overwrite<uint8_t[]>(blockBytes);
-    uint64_t total = 0;
     while (total < size) {
         // Blocks end at whole multiples of their size: a write that begins or ends within a page of
         // the system's cache takes half as long again.
@@ -57,7 +96,7 @@ uint64_t FileIO::copyTo(FileIO& destination, uint64_t size) {
         }
         const uint64_t written = destination.writeAll(block.get(), got);
         total += written;
-        if (written != got) {
+        if (written != got || !mayGoOn(0, total < size)) {
             break;
         }
     }
@@ -68,11 +107,14 @@ uint64_t FileIO::readAll(void* buffer, uint64_t count) {
     auto* const bytes = static_cast<uint8_t*>(buffer);
     uint64_t total = 0;
     while (total < count) {
-        const uint64_t got = read(bytes + total, count - total);
+        const uint64_t got = read(bytes + total, std::min(count - total, Watch::blockBytes));
         if (got == 0 || got == ~uint64_t{0}) {
             break;
         }
         total += got;
+        if (!mayGoOn(got, total < count)) {
+            break;
+        }
     }
     return total;
 }
@@ -81,11 +123,14 @@ uint64_t FileIO::writeAll(const void* buffer, uint64_t count) {
     const auto* const bytes = static_cast<const uint8_t*>(buffer);
     uint64_t total = 0;
     while (total < count) {
-        const uint64_t written = write(bytes + total, count - total);
+        const uint64_t written = write(bytes + total, std::min(count - total, Watch::blockBytes));
         if (written == 0 || written == ~uint64_t{0}) {
             break;
         }
         total += written;
+        if (!mayGoOn(written, total < count)) {
+            break;
+        }
     }
     return total;
 }

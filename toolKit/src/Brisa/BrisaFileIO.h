@@ -9,21 +9,61 @@ namespace Brisa {
 /// When true, the open helpers print "processing %ls ...\n" with the path before they call the work.
 extern bool FileIO_show_process_file_name;
 
+/// Whom this thread asks whether long work is to go on: a progress bar, or the handler of an interrupt.
+///
+/// It is asked between the blocks, of at most 8 MiB, of a transfer, and before a new file takes its
+/// place. No makes the transfer end early as if the system had failed it, with errno EINTR. Of several
+/// objects in nested scopes the innermost counts.
+class Watch {
+public:
+    /// `bytes` were transferred since it was asked last.
+    using Hook = std::function<bool(uint64_t bytes)>;
+
+    /// With an empty hook nobody is asked: for what must not end early, such as putting something back.
+    explicit Watch(Hook hook);
+    ~Watch();
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+    /// Asks, and tells of `bytes` more; true where there is nobody to be asked.
+    static bool goOn(uint64_t bytes = 0);
+    /// Tells of `bytes` more when a block of them is full, and asks; also as long as the answer is no.
+    static bool passed(uint64_t bytes);
+    static constexpr uint64_t blockBytes = uint64_t{8} << 20;
+
+private:
+    const Hook hook;
+    uint64_t pending = 0; ///< bytes that the hook was not told of yet
+    bool stopped = false;
+    Watch* const outer;
+};
+
 /// A handle on one file, opened by a wide path.
 ///
 /// The handle is open from its construction to its destruction or not at all. It knows its own
 /// position in the file; two handles over one descriptor (see MP4::BinFile) share the system's
 /// offset, so code that mixes them seeks explicitly. All offsets and counts are in bytes.
+///
+/// A path reaches the system byte for byte as it was given to wchar::fromBytes(), which takes arguments
+/// and the native form of a std::filesystem::path. Nothing throws but what a callable throws, and
+/// std::bad_alloc. Handles of their own may be used in several threads at once; one handle may not.
 class FileIO {
 public:
     /// Opens at once. `mode` is
-    /// - 'r': an existing file, read-only (so is any other character);
-    /// - 'w': a file for writing, created with permission bits 0644 less the umask, or truncated;
-    /// - 'a': an existing file for reading and writing, from offset 0; never created.
+    /// - 'r': an existing plain file, read-only (so is any other character);
+    /// - 'w': a file for writing, created with permission bits 0644 less the umask, or truncated; it
+    ///   may be a device or a pipe;
+    /// - 'a': an existing plain file for reading and writing, from offset 0; never created;
+    /// - 'x': a new file for reading and writing; where anything is there already, a link included, it
+    ///   fails. Permission bits 0600;
+    /// - 'n': the same with those of 'w'.
     ///
-    /// On failure it prints "open(%ls, '%c') failed.\n" and the handle is not open. The path is
-    /// not copied: it must outlive the handle. The descriptor is never one of the three standard
-    /// ones, so that nothing printed can end up in the file when the process was started without them.
+    /// On failure the handle is not open and errno says why: for 'r' and 'a' also EISDIR, and ENOTSUP
+    /// for what is neither a plain file nor a folder; they never wait for the other end of a pipe. It
+    /// prints "open(%ls, '%c') failed.\n", in the modes 'x' and 'n' nothing. The path is not copied: it
+    /// must outlive the handle, so it cannot be a temporary. The descriptor is never one of the three
+    /// standard ones, so that nothing printed can end up in the file when the process was started
+    /// without them.
     FileIO(const std::wstring& path, int mode);
     FileIO& operator=(const FileIO&) = delete;
     virtual ~FileIO();
@@ -36,8 +76,9 @@ public:
     static bool open_w(const std::wstring& path, std::function<void(FileIO&)> work);
     static bool open_a(const std::wstring& path, std::function<void(FileIO&)> work);
 
-    /// Copies `size` bytes from this handle's offset to that of `destination`, in blocks of up to
-    /// 65,536 bytes. Ends early where the source ends, or at an error. Returns the bytes written.
+    /// Copies `size` bytes from this handle's offset to that of `destination`: within the system where
+    /// it can do that and they are many, else in blocks of up to 65,536 bytes. Ends early where the
+    /// source ends, at an error, or when Watch says so. Returns the bytes written.
     uint64_t copyTo(FileIO& destination, uint64_t size);
 
     [[nodiscard]] bool isOpen() const { return descriptor != 0; }
@@ -52,7 +93,8 @@ public:
     /// transferred, which may be fewer than asked for, or all ones on an error or when not open.
     uint64_t read(void* buffer, uint64_t count);
     uint64_t write(const void* buffer, uint64_t count);
-    /// As many transfers as it takes: returns `count`, or fewer at the end of the file or an error.
+    /// As many transfers as it takes: returns `count`, or fewer at the end of the file, at an error, or
+    /// when Watch says so.
     uint64_t readAll(void* buffer, uint64_t count);
     uint64_t writeAll(const void* buffer, uint64_t count);
 
@@ -64,15 +106,22 @@ public:
 
     /// Cuts the file to `size` bytes, or extends it with zeros. The offset stays.
     bool truncate(uint64_t size) const;
-    /// Returns when everything written to the file is on the disk.
+    /// Returns when everything written to the file is on the disk, and all that is known of it.
     bool sync() const;
+    /// Returns when everything written to the file, and its length, is on the disk.
+    bool flush() const;
+    /// Gives this file what `model` has, as far as the process may and the file system can: owner and
+    /// group, permission bits, access control list, extended attributes. It never becomes accessible
+    /// to more than `model` is. False when the system fails otherwise.
+    bool adopt(const FileIO& model) const;
     /// Gives this file the owner, where the process may, and the permission bits of `other`.
     bool adoptPermissions(const FileIO& other) const;
     /// Whether `other` names the file that this handle has open, by whatever link or spelling.
     [[nodiscard]] bool isFileAt(const std::wstring& other) const;
     /// Keeps other handles, of this process or another, from locking the file as long as this one is
-    /// open. False when one of them has it; true as well where files cannot be locked.
-    [[nodiscard]] bool lock() const;
+    /// open. False when one of them has had it for `seconds`, or Watch would not wait that long; true
+    /// as well where files cannot be locked.
+    [[nodiscard]] bool lock(double seconds = 0) const;
     /// Which file it is, how long, and when it was last written to (in the system's ticks, of some
     /// milliseconds): the same as long as none has taken its place and nothing was written.
     struct Identity {
@@ -87,15 +136,24 @@ public:
 
     /// rename() and unlink() of the system; true on success, nothing is printed.
     static bool rename(const std::wstring& from, const std::wstring& to);
+    /// The same where nothing is to be replaced: false, with EEXIST, when something is at `to`.
+    static bool renameNew(const std::wstring& from, const std::wstring& to);
     static bool unlink(const std::wstring& path);
     /// Whether the file can be opened for reading; if not, the line of the constructor is printed.
     static bool exist(const std::wstring& path);
+    /// Returns when what a rename changed in the folder of `path` is on the disk; true as well where a
+    /// file system has no such operation.
+    static bool syncFolderOf(const std::wstring& path);
+    /// Whether a plain file is at `path`, by that name alone and not through a link.
+    static bool isLeftover(const std::wstring& path);
     /// Whether a file can be written under `path` without harm to another: the system gets to see the
     /// whole path, and there is nothing yet, or a plain file under no other name.
     static bool isFree(const std::wstring& path);
 
 protected:
     bool seek(int64_t distance, int whence, const wchar_t* failure);
+    uint64_t copyWithin(FileIO& destination, uint64_t size);
+    bool mayGoOn(uint64_t transferred, bool more);
 
     /// A second handle on the same descriptor, with the same position.
     FileIO(const FileIO&) = default;
@@ -112,13 +170,24 @@ protected:
 void expectBulk(void* memory, uint64_t bytes);
 
 /// Conversions between wide and multibyte strings, by the rules of the process locale.
+///
+/// Arguments and paths are fromBytes() on their way in and toBytes() on their way out: no byte is lost
+/// in any locale, as those that it does not know travel as private code points, U+10FF00 + byte.
 namespace wchar {
 
-/// Wide to multibyte. The result is min(6 x length, 2048) bytes long: the text, cut where it does
-/// not fit or holds a character that the locale cannot express, and zero bytes behind it.
+/// For arguments and paths: each character of the locale, and a private code point for each byte that
+/// belongs to none, or to one that would not come back as the same bytes.
+std::wstring fromBytes(const std::string& bytes);
+
+/// The way back, for paths and messages. What the locale cannot express becomes UTF-8.
+std::string toBytes(const std::wstring& text);
+
+/// The same up to the first zero character, in min(6 x length, 2048) bytes: cut behind the last
+/// character that fits, and filled up with zeros.
 std::string wcs2mbs(const std::wstring& text);
 
-/// Multibyte to wide, at most 2,048 characters, up to the first zero or unconvertible byte.
+/// For texts out of files: multibyte to wide, at most 2,048 characters, up to the first zero or
+/// unconvertible byte.
 std::wstring mbs2wcs(const std::string& text);
 
 } // namespace wchar

@@ -2,11 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <memory>
+#include <string_view>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -15,6 +19,7 @@
 #include <unistd.h>
 
 #include "Brisa/BrisaConsole.h"
+#include "Brisa/BrisaErrno.h"
 
 namespace Brisa {
 
@@ -22,19 +27,42 @@ namespace {
 
 constexpr int noDescriptor = 0;
 constexpr mode_t newFilePermissions = 0644;
+constexpr mode_t ownFilePermissions = 0600;
 constexpr mode_t permissionBits = 07777;
 constexpr mode_t accessBits = 0777; ///< without those that lend the owner's rights
 constexpr size_t conversionLimit = 2048;
+constexpr uint32_t byteCharacters = 0x10FF00; ///< the first of 256 private code points, one for each byte
+constexpr std::chrono::milliseconds lockPause{10};
 
 int flagsOf(int mode) {
     switch (mode) {
     case 'a':
-        return O_RDWR;
+        return O_RDWR | O_NONBLOCK;
     case 'w':
         return O_WRONLY | O_CREAT | O_TRUNC;
+    case 'x':
+    case 'n':
+        return O_RDWR | O_CREAT | O_EXCL; // which follows no link
     default:
-        return O_RDONLY;
+        return O_RDONLY | O_NONBLOCK;
     }
+}
+
+/// Calls of the system fail with -1; one that a signal interrupts is made again, if it may be.
+template <class Call>
+auto uninterrupted(Call call) {
+    decltype(call()) result;
+    do {
+        result = call();
+    } while (result == -1 && errno == EINTR && Watch::goOn());
+    return result;
+}
+
+/// Closes what turned out to be of no use; errno says why it was.
+int refused(int descriptor, int reason) {
+    ::close(descriptor);
+    errno = reason;
+    return -1;
 }
 
 /// A file opened while standard input, output or error is closed would take its number.
@@ -43,31 +71,69 @@ int movedPastStandardStreams(int descriptor) {
         return descriptor;
     }
     const int moved = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    ::close(descriptor);
+    refused(descriptor, errno);
     return moved;
 }
 
-template <class Transfer>
-uint64_t uninterrupted(Transfer transfer) {
-    ssize_t result;
-    do {
-        result = transfer();
-    } while (result == -1 && errno == EINTR);
-    return static_cast<uint64_t>(result);
+int opened(const char* name, int mode) {
+    const int flags = flagsOf(mode) | O_CLOEXEC | O_NOCTTY;
+    const mode_t permissions = mode == 'x' ? ownFilePermissions : newFilePermissions;
+    const int descriptor = uninterrupted([&] { return ::open(name, flags, permissions); });
+    if (descriptor == -1 || (flags & O_NONBLOCK) == 0) {
+        return descriptor;
+    }
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0) {
+        return refused(descriptor, errno);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return refused(descriptor, S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP);
+    }
+    return descriptor;
+}
+
+/// The bytes of one character, at most six.
+std::string bytesOf(wchar_t character) {
+    const auto code = static_cast<uint32_t>(character);
+    if (code - byteCharacters < 0x100) {
+        return {static_cast<char>(code & 0xFF)};
+    }
+    char bytes[MB_LEN_MAX];
+    std::mbstate_t state{};
+    const size_t count = std::wcrtomb(bytes, character, &state);
+    if (count != static_cast<size_t>(-1)) {
+        return {bytes, count};
+    }
+    const auto following = [code](int shift) { return static_cast<char>(0x80 | (code >> shift & 0x3F)); };
+    if (code < 0x800) {
+        return {static_cast<char>(0xC0 | code >> 6), following(0)};
+    }
+    if (code < 0x10000) {
+        return {static_cast<char>(0xE0 | code >> 12), following(6), following(0)};
+    }
+    return {static_cast<char>(0xF0 | (code >> 18 & 0x07)), following(12), following(6), following(0)};
+}
+
+/// How many of the `count` bytes make one character that comes back as the same bytes; 0 if none do.
+size_t characterAt(const char* bytes, size_t count, wchar_t& character) {
+    std::mbstate_t state{};
+    const size_t length = std::mbrtowc(&character, bytes, count, &state);
+    const bool whole = length <= count && std::mbsinit(&state) != 0;
+    const bool same = whole && bytesOf(character) == std::string_view(bytes, length);
+    return same && static_cast<uint32_t>(character) - byteCharacters >= 0x100 ? length : 0;
 }
 
 } // namespace
 
 FileIO::FileIO(const std::wstring& path_, int mode_) : path(path_), mode(mode_) {
-    const std::string name = wchar::wcs2mbs(path);
-    int opened = ::open(name.c_str(), flagsOf(mode) | O_CLOEXEC, newFilePermissions);
-    if (opened != -1) {
-        opened = movedPastStandardStreams(opened);
+    int file = opened(wchar::toBytes(path).c_str(), mode);
+    if (file != -1) {
+        file = movedPastStandardStreams(file);
     }
-    if (opened == -1) {
+    if (file == -1 && mode != 'x' && mode != 'n') {
         Console::out(L"open(%ls, '%c') failed.\n", path.c_str(), mode);
     }
-    descriptor = opened == -1 ? noDescriptor : opened;
+    descriptor = file == -1 ? noDescriptor : file;
 }
 
 FileIO::~FileIO() {
@@ -84,7 +150,7 @@ uint64_t FileIO::read(void* buffer, uint64_t count) {
     if (!isOpen()) {
         return ~uint64_t{0};
     }
-    const uint64_t got = uninterrupted([&] { return ::read(descriptor, buffer, count); });
+    const auto got = static_cast<uint64_t>(uninterrupted([&] { return ::read(descriptor, buffer, count); }));
     faulty = faulty || got == ~uint64_t{0};
     offset += got == ~uint64_t{0} ? 0 : got;
     return got;
@@ -94,7 +160,8 @@ uint64_t FileIO::write(const void* buffer, uint64_t count) {
     if (!isOpen()) {
         return ~uint64_t{0};
     }
-    const uint64_t written = uninterrupted([&] { return ::write(descriptor, buffer, count); });
+    const auto written =
+        static_cast<uint64_t>(uninterrupted([&] { return ::write(descriptor, buffer, count); }));
     faulty = faulty || written == ~uint64_t{0};
     offset += written == ~uint64_t{0} ? 0 : written;
     return written;
@@ -129,7 +196,11 @@ bool FileIO::truncate(uint64_t size) const {
 }
 
 bool FileIO::sync() const {
-    return isOpen() && ::fsync(descriptor) == 0;
+    return isOpen() && uninterrupted([this] { return ::fsync(descriptor); }) == 0;
+}
+
+bool FileIO::flush() const {
+    return isOpen() && uninterrupted([this] { return ::fdatasync(descriptor); }) == 0;
 }
 
 bool FileIO::adoptPermissions(const FileIO& other) const {
@@ -143,8 +214,20 @@ bool FileIO::adoptPermissions(const FileIO& other) const {
     return ::fchmod(descriptor, status.st_mode & (given ? permissionBits : accessBits)) == 0;
 }
 
-bool FileIO::lock() const {
-    return isOpen() && (::flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK);
+bool FileIO::lock(double seconds) const {
+    const auto start = std::chrono::steady_clock::now();
+    const std::chrono::duration<double> longest(seconds);
+    while (isOpen()) {
+        if (uninterrupted([this] { return ::flock(descriptor, LOCK_EX | LOCK_NB); }) == 0 ||
+            (errno != EWOULDBLOCK && errno != EINTR)) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() - start >= longest || !Watch::goOn()) {
+            break;
+        }
+        std::this_thread::sleep_for(lockPause);
+    }
+    return false;
 }
 
 FileIO::Identity FileIO::identity() const {
@@ -157,28 +240,90 @@ FileIO::Identity FileIO::identity() const {
 }
 
 bool FileIO::isFree(const std::wstring& path) {
-    const std::string name = wchar::wcs2mbs(path);
     struct stat status {};
-    if (wchar::mbs2wcs(name) != path) {
-        return false;
-    }
-    return ::lstat(name.c_str(), &status) != 0 || (S_ISREG(status.st_mode) && status.st_nlink == 1);
+    return ::lstat(wchar::toBytes(path).c_str(), &status) != 0 ||
+           (S_ISREG(status.st_mode) && status.st_nlink == 1);
+}
+
+bool FileIO::isLeftover(const std::wstring& path) {
+    struct stat status {};
+    return ::lstat(wchar::toBytes(path).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_nlink == 1;
 }
 
 bool FileIO::isFileAt(const std::wstring& other) const {
     struct stat here {};
     struct stat there {};
     return isOpen() && ::fstat(descriptor, &here) == 0 &&
-           ::stat(wchar::wcs2mbs(other).c_str(), &there) == 0 && here.st_dev == there.st_dev &&
+           ::stat(wchar::toBytes(other).c_str(), &there) == 0 && here.st_dev == there.st_dev &&
            here.st_ino == there.st_ino;
 }
 
 bool FileIO::rename(const std::wstring& from, const std::wstring& to) {
-    return std::rename(wchar::wcs2mbs(from).c_str(), wchar::wcs2mbs(to).c_str()) == 0;
+    return std::rename(wchar::toBytes(from).c_str(), wchar::toBytes(to).c_str()) == 0;
+}
+
+bool FileIO::renameNew(const std::wstring& from, const std::wstring& to) {
+#ifdef RENAME_NOREPLACE
+    const std::string source = wchar::toBytes(from);
+    if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, wchar::toBytes(to).c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    if (errno != EINVAL && errno != ENOSYS) {
+        return false;
+    }
+#endif
+    // What an empty file of our own keeps free can be replaced.
+    if (!FileIO(to, 'x').isOpen()) {
+        return false;
+    }
+    const bool renamed = rename(from, to);
+    return renamed || (unlink(to), false);
 }
 
 bool FileIO::unlink(const std::wstring& path) {
-    return ::unlink(wchar::wcs2mbs(path).c_str()) == 0;
+    return ::unlink(wchar::toBytes(path).c_str()) == 0;
+}
+
+bool FileIO::syncFolderOf(const std::wstring& path) {
+    const std::string name = wchar::toBytes(path);
+    const size_t slash = name.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : name.substr(0, slash + 1);
+    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor == -1) {
+        return false;
+    }
+    const bool synced = uninterrupted([=] { return ::fsync(descriptor); }) == 0 || errno == EINVAL;
+    ::close(descriptor);
+    return synced;
+}
+
+/// Has the system copy, which it does without the bytes passing through this process, on some file
+/// systems without any byte moved. Ends early, without a fault, where it cannot.
+uint64_t FileIO::copyWithin(FileIO& destination, uint64_t size) {
+    uint64_t total = 0;
+#ifdef __linux__
+    while (isOpen() && destination.isOpen() && total < size) {
+        const size_t block = std::min(size - total, Watch::blockBytes);
+        const ssize_t copied = uninterrupted([&] {
+            return ::copy_file_range(descriptor, nullptr, destination.descriptor, nullptr, block, 0);
+        });
+        if (copied <= 0) {
+            const bool cannot = copied == 0 || errno == EXDEV || errno == EINVAL || errno == ENOSYS ||
+                                errno == EOPNOTSUPP || errno == EBADF;
+            faulty = faulty || !cannot;
+            break;
+        }
+        const auto count = static_cast<uint64_t>(copied);
+        total += count;
+        offset += count;
+        destination.offset += count;
+        if (!mayGoOn(count, total < size)) {
+            break;
+        }
+    }
+#endif
+    return total;
 }
 
 void expectBulk([[maybe_unused]] void* memory, [[maybe_unused]] uint64_t bytes) {
@@ -190,9 +335,49 @@ void expectBulk([[maybe_unused]] void* memory, [[maybe_unused]] uint64_t bytes) 
 #endif
 }
 
+std::wstring wchar::fromBytes(const std::string& bytes) {
+    const ErrnoKept reason;
+    std::wstring text;
+    text.reserve(bytes.size());
+    for (size_t at = 0; at < bytes.size();) {
+        const auto byte = static_cast<uint8_t>(bytes[at]);
+        auto character = static_cast<wchar_t>(byte);
+        size_t length = 1;
+        if (byte >= 0x80) {
+            length = characterAt(&bytes[at], bytes.size() - at, character);
+            character = length == 0 ? static_cast<wchar_t>(byteCharacters + byte) : character;
+        }
+        text += character;
+        at += std::max<size_t>(length, 1);
+    }
+    return text;
+}
+
+std::string wchar::toBytes(const std::wstring& text) {
+    const ErrnoKept reason;
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (const wchar_t character : text) {
+        if (static_cast<uint32_t>(character) < 0x80) {
+            bytes += static_cast<char>(character);
+        } else {
+            bytes += bytesOf(character);
+        }
+    }
+    return bytes;
+}
+
 std::string wchar::wcs2mbs(const std::wstring& text) {
-    std::string converted(std::min(6 * text.size(), conversionLimit), '\0');
-    std::wcstombs(converted.data(), text.c_str(), converted.size());
+    const size_t capacity = std::min(6 * text.size(), conversionLimit);
+    std::string converted;
+    for (const wchar_t* character = text.c_str(); *character != L'\0'; ++character) {
+        const std::string bytes = bytesOf(*character);
+        if (bytes.size() > capacity - converted.size()) {
+            break;
+        }
+        converted += bytes;
+    }
+    converted.resize(capacity);
     return converted;
 }
 
