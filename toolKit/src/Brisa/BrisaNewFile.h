@@ -1,0 +1,56 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Brisa/BrisaFileIO.h"
+
+namespace Brisa {
+
+/// A file under construction: gone with the object unless it took its place or was told to stay.
+///
+/// Nobody meets half of it under the name that it is for, and nobody's file is touched on the way to
+/// it: it is created exclusively, never through a link, and what stands under its own name is removed
+/// or renamed only as long as that is this file.
+class NewFile {
+public:
+    /// Who may read and write it until it adopts something else.
+    enum class Access {
+        owner, ///< permission bits 0600
+        usual  ///< as any new file: 0644 less the umask
+    };
+
+    /// Creates a file at `path`. What an earlier run left there, a plain file under no other name,
+    /// gives way; for anything else the result is null, with EEXIST. When the system fails to create
+    /// it, "open(%ls, 'w') failed.\n" is printed with `path`.
+    static std::unique_ptr<NewFile> at(const std::wstring& path, Access access = Access::owner);
+    /// Creates a file in the folder of `place` under a name that nobody has: `place`.XXXXXX.part. Null
+    /// when that fails, and the same line is printed with `place`.
+    static std::unique_ptr<NewFile> beside(const std::wstring& place, Access access = Access::owner);
+    ~NewFile();
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    [[nodiscard]] FileIO& file() { return handle; }
+    [[nodiscard]] const std::wstring& path() const { return name; }
+
+    /// Takes `place` by one rename, in the stead of whatever is there. Before that it adopts `old` if
+    /// one is given, is on the disk if `durable`, and Watch is asked a last time; when it is done, the
+    /// folder is on the disk too, if `durable`. False, with nothing changed, and errno says why.
+    bool take(const std::wstring& place, bool durable, const FileIO* old = nullptr);
+    /// The same without an old file and on no disk: false, with EEXIST, where something is at `place`.
+    bool takeNew(const std::wstring& place);
+    /// Stays under its own name.
+    void keep() { temporary = false; }
+
+private:
+    NewFile(std::wstring path, Access access);
+    static std::unique_ptr<NewFile> created(const std::wstring& path, Access access);
+    [[nodiscard]] bool mayTake() const;
+
+    const std::wstring name;
+    FileIO handle;
+    bool temporary = true;
+};
+
+} // namespace Brisa
