@@ -5,7 +5,7 @@ set -euo pipefail
 
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
-need clang clang-format cmake ffmpeg g++ libclang-rt-dev libcli11-dev libgtest-dev \
+need chromium clang clang-format cmake ffmpeg g++ jq libclang-rt-dev libcli11-dev libgtest-dev \
   libimage-exiftool-perl ninja-build nlohmann-json3-dev pkg-config python3-pytest sox strace
 
 step() { printf '\n== %s\n' "$*"; }
