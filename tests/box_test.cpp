@@ -13,7 +13,11 @@ namespace {
 /// A file of the given bytes, parsed.
 class Parsed {
 public:
-    explicit Parsed(const Bytes& content, unsigned long long limit = ~0ULL) { EXPECT_TRUE(container.attach(scratch.file(content), limit)); }
+    explicit Parsed(const Bytes& content, unsigned long long limit = ~0ULL, bool lean = false) {
+        container.keepContents = !lean;
+        container.tableTotals = lean;
+        EXPECT_TRUE(container.attach(scratch.file(content), limit));
+    }
     MP4::Container* operator->() { return &container; }
     [[nodiscard]] std::string dump() const {
         return printed([&] { container.dump(); }).out;
@@ -77,7 +81,9 @@ TEST(Dump, PrintsALineForEachBox) {
 }
 
 TEST_P(Dump, ShowsWhatTheBytesMean) {
-    EXPECT_EQ(inShort(Parsed(GetParam().content).dump()), GetParam().rows);
+    const Bytes& content = GetParam().content;
+    EXPECT_EQ(inShort(Parsed(content).dump()), GetParam().rows);
+    EXPECT_EQ(inShort(Parsed(content, ~0ULL, true).dump()), GetParam().rows) << "whether or not the contents are kept";
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -234,6 +240,20 @@ TEST(Uuid, KeepsWhatTheFileHasOfThePayload) {
     for (const size_t length : {whole.size(), size_t{100}, size_t{24}, size_t{20}}) {
         EXPECT_EQ(Parsed(whole.substr(0, length)).at<MP4::UUID>("uuid").payload, payload.substr(0, std::max(length, size_t{24}) - 24));
     }
+    Parsed file(whole);
+    file->open([&](Brisa::FileIO& handle) {
+        MP4::BinFile view(handle);
+        for (int parses = 0; parses < 3; ++parses) {
+            file->parse(view, ~0ULL);
+            EXPECT_EQ(file.at<MP4::UUID>("uuid").payload, payload) << "one view serves many parses";
+            view.seek_set(0);
+        }
+    });
+    Bytes manyTooShort;
+    for (int i = 0; i < 100; ++i) {
+        manyTooShort += box("uuid");
+    }
+    EXPECT_EQ(Parsed(manyTooShort + whole)->root->children.size(), 101U);
     const MP4::AXIS built(payload);
     ByteArray bytes(3);
     built.to_byteArray(bytes);

@@ -240,6 +240,11 @@ void NestedBoxWithVersion::parseBox(BinFile& file, uint64_t limit) {
     parseChildren(file, limit);
 }
 
+void ROOT::parseBox(BinFile& file, uint64_t limit) {
+    file.allowance.renew(file.length());
+    NestedBox::parseBox(file, limit);
+}
+
 void ROOT::dump() const {
     Console::out(L"MP4: == %ls ==\n", basicTag().c_str());
     dumpChildren();

@@ -181,6 +181,8 @@ public:
     using NestedBox::NestedBox;
 
     void dump() const override;
+    /// A parse begins here, with an allowance of its own.
+    void parseBox(BinFile& file, uint64_t limit) override;
     std::unique_ptr<BOX> allocChild(BOX& header) override;
 };
 
@@ -336,14 +338,15 @@ struct SttsEntry {
 /// Decoding time to sample box (`stts`, ISO/IEC 14496-12 8.6.1.2).
 ///
 /// A count that the box has no room for is filled up with zero entries, as far as the parse allows
-/// (ParseAllowance::zeros); a count beyond that is cut to what is there. So it is with STSC and STSZ.
+/// (ParseAllowance::zeros); a count beyond that is cut to what is there. The entries are kept unless the
+/// parse keeps no contents; the count is the same. So it is with STSC and STSZ.
 class STTS : public BOX {
 public:
     using BOX::BOX;
 
     uint8_t version = 0;
     std::array<uint8_t, 3> flags{};
-    uint32_t entryCount = 0; ///< the length of `entries`, unless the parse keeps no contents
+    uint32_t entryCount = 0; ///< the length of `entries`, kept or not
     std::vector<SttsEntry> entries;
 
     void dump() const override;
@@ -364,7 +367,7 @@ public:
 
     uint8_t version = 0;
     std::array<uint8_t, 3> flags{};
-    uint32_t entryCount = 0; ///< the length of `entries`, unless the parse keeps no contents
+    uint32_t entryCount = 0; ///< the length of `entries`, kept or not
     std::vector<StscEntry> entries;
 
     void dump() const override;
@@ -381,7 +384,7 @@ public:
     uint32_t sampleSize = 0;   ///< bytes of every sample, or 0 when `entries` tells each one's
     uint32_t sample_count = 0; ///< the length of `entries`, when `sampleSize` is 0
     std::vector<uint32_t> entries;
-    uint64_t sample_total = 0; ///< bytes of all samples together; 0 for a list that is not kept
+    uint64_t sample_total = 0; ///< bytes of all samples together; 0 for a list that is not read
 
     void dump() const override;
     void parseBox(BinFile& file, uint64_t limit) override;
@@ -486,7 +489,7 @@ public:
 
     Usertype usertype{}; ///< zeros when the box is too short to hold it
     /// The body, any bytes; what the file really holds of it. Empty for spatial data, and when the
-    /// parse keeps no contents.
+    /// parse keeps no contents (ParseAllowance::keepContents).
     std::string payload;
 
     [[nodiscard]] bool hasChild() const override;

@@ -1,6 +1,7 @@
 #include "MP4Box.h"
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 #include "Brisa/BrisaConsole.h"
@@ -13,6 +14,8 @@ namespace {
 
 using Brisa::Console;
 
+constexpr uint64_t blockBytes = 65536; // of a table, read at a time
+
 /// Turns `bytes` of big-endian 32-bit numbers, in place, into numbers of this machine.
 void toHostOrder(uint8_t* words, uint64_t bytes) {
     for (uint8_t* word = words; word != words + bytes; word += sizeof(uint32_t)) {
@@ -21,25 +24,42 @@ void toHostOrder(uint8_t* words, uint64_t bytes) {
     }
 }
 
-/// Reads a table of `count` entries, each a row of 32-bit numbers, and sets `count` to the number
-/// of entries that the table got.
+/// Reads big-endian 32-bit numbers, `bytes` of them, up to the end of the box.
+void readNumbers(BinFile& file, uint8_t* numbers, uint64_t bytes) {
+    file.readBytes(numbers, bytes);
+    toHostOrder(numbers, bytes);
+}
+
+/// Reads a table of `count` entries, each a row of 32-bit numbers, and sets `count` to the number of entries
+/// that the table has, whether or not they are kept.
 template <class Entry>
 void readEntries(BinFile& file, uint32_t& count, std::vector<Entry>& entries) {
     static_assert(sizeof(Entry) % sizeof(uint32_t) == 0);
-    constexpr uint64_t blockBytes = 65536 / sizeof(Entry) * sizeof(Entry);
+    constexpr uint64_t block = blockBytes / sizeof(Entry) * sizeof(Entry);
+    const uint64_t there = file.available() / sizeof(Entry) * sizeof(Entry);
+    count = static_cast<uint32_t>(file.allowance.takeContents(count * sizeof(Entry), there) / sizeof(Entry));
     if (!file.allowance.keepContents) {
         return;
     }
-    const uint64_t there = file.available() / sizeof(Entry) * sizeof(Entry);
-    count = static_cast<uint32_t>(file.allowance.takeContents(count * sizeof(Entry), there) / sizeof(Entry));
     entries.resize(count);
     auto* const bytes = reinterpret_cast<uint8_t*>(entries.data());
     const uint64_t stored = std::min<uint64_t>(there, count * sizeof(Entry));
-    for (uint64_t done = 0; done < stored; done += blockBytes) {
-        const uint64_t block = std::min(blockBytes, stored - done);
-        file.readBytes(bytes + done, block);
-        toHostOrder(bytes + done, block);
+    for (uint64_t done = 0; done < stored; done += block) {
+        readNumbers(file, bytes + done, std::min(block, stored - done));
     }
+}
+
+/// The sum of the next `count` numbers, as far as they are there.
+uint64_t readTotal(BinFile& file, uint32_t count) {
+    std::array<uint32_t, blockBytes / sizeof(uint32_t)> block;
+    uint64_t total = 0;
+    for (uint64_t left = std::min<uint64_t>(count, file.available() / sizeof(uint32_t)); left != 0;) {
+        const uint64_t numbers = std::min<uint64_t>(left, block.size());
+        readNumbers(file, reinterpret_cast<uint8_t*>(block.data()), numbers * sizeof(uint32_t));
+        total = std::accumulate(block.begin(), block.begin() + numbers, total);
+        left -= numbers;
+    }
+    return total;
 }
 
 } // namespace
@@ -114,7 +134,9 @@ void STSZ::parseBox(BinFile& file, uint64_t limit) {
     sample_count = file.read32();
     if (sampleSize == 0) {
         readEntries(file, sample_count, entries);
-        sample_total = std::accumulate(entries.begin(), entries.end(), uint64_t{0});
+        sample_total = file.allowance.tableTotals && !file.allowance.keepContents
+                           ? readTotal(file, sample_count)
+                           : std::accumulate(entries.begin(), entries.end(), uint64_t{0});
     } else {
         sample_total = uint64_t{sampleSize} * sample_count;
     }

@@ -31,7 +31,11 @@ void UUID::dump() const {
 void UUID::parseBox(BinFile& file, uint64_t limit) {
     enter(file, limit);
     payload.clear();
-    if (!file.allowance.takeHeader(usertype.size()) || file.available() < usertype.size()) {
+    const bool room = file.available() >= usertype.size();
+    // An identity that is not there is made of zeros as long as those last: without a charge, boxes of 8
+    // bytes would cost more memory than a file may.
+    const bool free = !room && file.allowance.takeContents(usertype.size(), 0) != 0;
+    if (free || !file.allowance.takeHeader(usertype.size()) || !room) {
         return;
     }
     file.readBytes(usertype.data(), usertype.size());
@@ -39,7 +43,9 @@ void UUID::parseBox(BinFile& file, uint64_t limit) {
         parseChildren(file, limit);
         return;
     }
-    readContents(file, file.available(), payload);
+    if (file.allowance.keepContents) {
+        readContents(file, file.available(), payload);
+    }
 }
 
 bool UUID::is(const Usertype& identity) const {

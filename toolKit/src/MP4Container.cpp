@@ -74,6 +74,7 @@ bool Container::attach(const std::wstring& path_, unsigned long long limit) {
         path = path_;
         BinFile view(file);
         view.allowance.keepContents = keepContents;
+        view.allowance.tableTotals = tableTotals;
         parse(view, limit);
     });
 }

@@ -33,11 +33,13 @@ public:
     MDAT* mdat = nullptr;       ///< the first top-level `mdat`
     TRAK* trak = nullptr;       ///< the video track: the last `trak` whose `tkhd` has a width above 0
 
-    /// Whether a parse keeps the payloads of `uuid` and `avcC` boxes and the entries of sample tables
-    /// in the tree. A program that only needs to know where boxes lie clears it before attach(): then
-    /// memory and time do not grow with what the boxes hold. Of the edits, only
-    /// appendFullRangeAndConstrainedSet1Flag() needs the contents; it fails without.
+    /// Whether a parse keeps the payloads of `uuid` boxes and the entries of sample tables in the tree. A
+    /// program that does not read them clears it before attach(): then memory and time do not grow with what
+    /// the boxes hold. No edit needs them.
     bool keepContents = true;
+    /// Whether a parse that keeps no contents still reads the sample sizes for their total, which dump()
+    /// shows.
+    bool tableTotals = false;
 
     Container() = default;
     Container(const Container&) = delete;

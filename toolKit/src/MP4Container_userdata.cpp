@@ -37,10 +37,6 @@ bool Container::replaceUdta(unsigned long long, const ByteArray& box) {
 }
 
 bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
-    if (!keepContents) {
-        Brisa::Console::err(L"MP4: %ls was parsed without its contents.\n", path.c_str());
-        return false;
-    }
     AVCC* avcC = nullptr;
     ByteArray newBox;
     find("moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&](BOX& box) {

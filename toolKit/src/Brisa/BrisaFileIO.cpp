@@ -139,27 +139,35 @@ uint64_t FileIO::writeAll(const void* buffer, uint64_t count) {
 
 namespace MP4 {
 
-ParseAllowance::ParseAllowance(uint64_t length)
-    : headers(length + 512), contents(2 * length), zeros(uint64_t{16} << 20) {}
+namespace {
+
+/// Takes `bytes` out of what is left, if they are.
+bool take(uint64_t bytes, uint64_t& left) {
+    const bool enough = bytes <= left;
+    left -= enough ? bytes : 0;
+    return enough;
+}
+
+} // namespace
+
+void ParseAllowance::renew(uint64_t length) {
+    headers = length + 512;
+    contents = 2 * length;
+    zeros = uint64_t{16} << 20;
+    exceeded = false;
+}
 
 bool ParseAllowance::takeHeader(uint64_t bytes) {
-    exceeded = exceeded || bytes > headers;
-    headers -= exceeded ? 0 : bytes;
-    return !exceeded;
+    const bool taken = take(bytes, headers);
+    exceeded = exceeded || !taken;
+    return taken;
 }
 
 uint64_t ParseAllowance::takeContents(uint64_t claimed, uint64_t there) {
     const uint64_t real = std::min(claimed, there);
-    if (!keepContents || real > contents) {
-        return 0;
-    }
-    contents -= real;
-    const uint64_t missing = claimed - real;
-    if (missing > zeros) {
-        return real;
-    }
-    zeros -= missing;
-    return claimed;
+    const bool taken = take(real, contents);
+    exceeded = exceeded || !taken;
+    return !taken ? 0 : take(claimed - real, zeros) ? claimed : real;
 }
 
 BinFile::BinFile(Brisa::FileIO& file) : FileIO(file), allowance(length()) {}

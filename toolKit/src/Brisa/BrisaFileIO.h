@@ -195,16 +195,23 @@ std::wstring mbs2wcs(const std::string& text);
 
 namespace MP4 {
 
-/// What a parse may take in. An honest file comes near none of these; they keep a file whose boxes
+/// What a parse may take in. An honest file comes near none of the numbers; they keep a file whose boxes
 /// overlap, or whose sizes and counts lie, from costing more than its length is worth.
 struct ParseAllowance {
-    explicit ParseAllowance(uint64_t length);
+    explicit ParseAllowance(uint64_t length) { renew(length); }
+
+    /// Begins a parse of a file of `length` bytes: all numbers as at first, nothing exceeded.
+    void renew(uint64_t length);
 
     uint64_t headers;  ///< bytes of box headers: at first the file's length, and 512
     uint64_t contents; ///< bytes of payloads, tables and names: at first twice the file's length
-    uint64_t zeros;    ///< bytes that stand for contents that a box promises and lacks: at first 16 MiB
-    bool keepContents = true; ///< whether contents are kept at all
-    bool exceeded = false;    ///< whether there was a header too many
+    uint64_t zeros;    ///< bytes that stand for what a box promises and lacks: at first 16 MiB
+    bool exceeded;     ///< whether the parse had to leave out a header or contents
+    /// Whether `uuid` payloads and the entries of sample tables are kept. What is small is kept always:
+    /// names, texts, decoder configurations.
+    bool keepContents = true;
+    /// Whether a sample size table that is not kept is read nevertheless, for the total that a dump shows.
+    bool tableTotals = false;
 
     /// Takes `bytes` for a header; false when they are not left.
     bool takeHeader(uint64_t bytes);
