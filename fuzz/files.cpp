@@ -1,11 +1,6 @@
 // Any bytes as an MP4 file: parsed, dumped, searched, and edited. The first byte chooses the edit; one
 // that fails leaves the file as it was.
 
-#include <fstream>
-#include <iterator>
-
-#include <unistd.h>
-
 #include "GPSInfo.h"
 #include "MP4Container.h"
 #include "SpatialSound.h"
@@ -14,13 +9,6 @@
 namespace {
 
 using MP4::Container;
-
-const std::string path = "/dev/shm/pellmor-fuzz-" + std::to_string(::getpid()) + ".mp4";
-
-std::string content() {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 bool edit(unsigned choice, Container& container) {
     GPSInfo position;
@@ -57,9 +45,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     const std::string before(reinterpret_cast<const char*>(data) + 1, size - 1);
-    std::ofstream(path, std::ios::binary) << before;
+    write(before);
     Container container;
-    require(container.attach(std::wstring(path.begin(), path.end())));
+    require(container.attach(widePath()));
     container.dump();
     for (const char* box : {"uuid", "moov.trak.mdia.minf.stbl.stsd.avc1.avcC", "uuid.ZATR.mdia.minf.stbl"}) {
         container.find(box, [](MP4::BOX& found) { return found.boxSize != 0; });
