@@ -1,4 +1,4 @@
-# Sourced by the other scripts: installs what is missing, on Debian.
+# Sourced by the other scripts: installs what is missing, on Debian. On a terminal it asks before it uses sudo.
 
 need() {
   local missing=() package
@@ -13,8 +13,18 @@ need() {
   local root=()
   if [ "$(id -u)" -ne 0 ]; then
     root=(sudo)
+    if [ -t 0 ] && ! confirmed "Missing: ${missing[*]}. Install with sudo apt-get?"; then
+      echo "Nothing was installed. By hand: sudo apt-get install ${missing[*]}" >&2
+      exit 1
+    fi
   fi
   echo "Installing: ${missing[*]}"
   "${root[@]}" apt-get update -qq
   "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+confirmed() {
+  local answer
+  read -r -p "$1 [y/N] " answer
+  [[ $answer == [yY]* ]]
 }
