@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # From a machine with nothing but Debian to every test run: formatting, an installed library used by
-# another program, both compilers, all tests plain and under sanitizers.
+# other programs, both compilers, all tests plain and under sanitizers, the comments of the headers, clang-tidy.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
-need chromium clang clang-format cmake ffmpeg g++ jq libclang-rt-dev libcli11-dev libgtest-dev \
+need chromium clang clang-format clang-tidy cmake doxygen ffmpeg g++ jq libclang-rt-dev libcli11-dev libgtest-dev \
   libimage-exiftool-perl ninja-build nlohmann-json3-dev pkg-config python3-pytest sox strace
 
 step() { printf '\n== %s\n' "$*"; }
@@ -36,7 +36,13 @@ cmake --preset dev --log-level=WARNING
 cmake --build build/dev
 ctest --preset dev --progress
 
+step "Doxygen: the comments of the public headers"
+doxygen docs/Doxyfile
+
 step "clang++: build and tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake --preset asan --log-level=WARNING
 cmake --build build/asan
 ctest --preset asan --progress
+
+step "clang-tidy"
+git ls-files 'toolKit/*.cpp' 'tool/*.cpp' 'edit/*.cpp' | xargs -n1 -P"$(nproc)" clang-tidy -p build/dev --quiet 2>/dev/null
