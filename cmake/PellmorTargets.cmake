@@ -52,7 +52,8 @@ function(pellmor_publish name)
     file(MAKE_DIRECTORY ${includes}/pellmor/${folder})
     file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${arg_BASE}/${header} ${includes}/pellmor/${header} SYMBOLIC)
     if(PELLMOR_INSTALL)
-      install(FILES ${arg_BASE}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pellmor/${folder})
+      install(FILES ${arg_BASE}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pellmor/${folder}
+        COMPONENT development)
     endif()
   endforeach()
   target_include_directories(${name} PUBLIC
@@ -73,9 +74,8 @@ function(pellmor_publish name)
 
   if(PELLMOR_INSTALL)
     install(TARGETS ${name} EXPORT PellmorTargets
-      RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-      ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+      ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
   endif()
 endfunction()
 
@@ -90,7 +90,7 @@ function(pellmor_add_program name)
     target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
   endif()
   if(PELLMOR_INSTALL)
-    install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT programs)
   endif()
 endfunction()
 
