@@ -308,7 +308,7 @@ def sound_trim(bench):
             shutil.copy(HOME / "tests/data/sample.mp4", target)
             out.unlink(missing_ok=True)
 
-        append = [program, "append-sound", target, movie, "--end", hours * 3600]
+        append = [program, "append-sound", movie, target, "--end", hours * 3600]
         block, plain = bench.compare(fresh, append, ["cp", "--sparse=never", movie, out], rounds=5)
         bench.note(f"append-sound of {hours} h, {8 * hours * 3600 * 48000 / MIB:.0f} MiB", block)
         bench.note("cp of as many bytes", plain)

@@ -1,400 +1,128 @@
-// The toolkit's edits from the shell.
+// Everything about a recording, from the shell.
 
 #include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <initializer_list>
-#include <iterator>
-#include <limits>
-#include <optional>
+#include <numeric>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
-#include "Brisa/BrisaConsole.h"
-#include "ByteOrder.h"
-#include "GPSInfo.h"
-#include "MP4Container.h"
-#include "SpatialSound.h"
+#include "Commands.h"
+#include "Runner.h"
 
 namespace {
 
-using Brisa::Console;
-using Brisa::FileIO;
-using MP4::Container;
+using edit::Command;
+using edit::Options;
+using edit::Status;
 
-std::wstring widened(const std::string& path) {
-    std::wstring wide = Brisa::wchar::mbs2wcs(path);
-    if (Brisa::wchar::wcs2mbs(wide).c_str() != path) {
-        throw CLI::ValidationError(path, "a path that this locale cannot express");
+constexpr const char* about =
+    "Looks at MP4 recordings and edits them. An edit succeeds wholly, or leaves the file as it was.";
+constexpr const char* statuses =
+    "Exit statuses: 0 all as asked for; 1 failed, the file is as it was; 2 wrong arguments, no file was "
+    "touched;\n3 refused, something else is there; 4 not there (get, remove); 5 check found something; "
+    "128+n interrupted\nby signal n. Of several files the gravest counts: 1, 3, 4, 5, 0.";
+
+void addCommand(CLI::App& app, const Command& command, Options& options) {
+    CLI::App& own = *app.add_subcommand(command.name, command.does)->group(command.group);
+    own.footer(std::string("Example: pellmor-edit ") + command.example);
+    if (command.arguments != nullptr) {
+        command.arguments(own, options);
     }
-    return wide;
+    if (!command.extracts()) {
+        own.add_option("FILE", options.files, "MP4 files");
+        own.add_option("--files-from", options.list,
+                       "more of them, a line each, from this file (-: standard input)");
+        own.add_flag("--null", options.zeroBytes, "-0: a zero byte behind each of those instead");
+    }
+    if (command.edits()) {
+        own.add_option("-o,--output", options.output, "leave FILE as it is and write the result here");
+        own.add_flag("--force", options.force, "replace OUTPUT if it is there");
+    }
+    own.add_flag("-q,--quiet", options.quiet, "say nothing of what succeeded");
+    own.add_flag("-v,--verbose", options.verbose, "tell the toolkit's own messages as well");
 }
 
-std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::string content{std::istreambuf_iterator<char>(file), {}};
-    if (!file.is_open() || file.bad()) {
-        throw CLI::FileError::Missing(path);
-    }
-    return content;
+/// Null if there is none.
+const Command* commandNamed(const std::string& name) {
+    const auto& table = edit::commands();
+    const auto row = std::find_if(table.begin(), table.end(),
+                                  [&](const Command& command) { return command.name == name; });
+    return row == table.end() ? nullptr : &*row;
 }
 
-/// As a person may see it in any locale.
-std::wstring shown(const std::string& text) {
-    std::wstring wide = Brisa::wchar::mbs2wcs(text);
-    if (Brisa::wchar::wcs2mbs(wide).c_str() != text) {
-        wide.resize(text.size());
-        std::transform(text.begin(), text.end(), wide.begin(),
-                       [](char byte) { return byte > 0 ? static_cast<wchar_t>(byte) : L'?'; });
-    }
-    return wide;
-}
-
-/// A new file, written beside the place it is for; gone with the object unless it got there.
-class Draft {
-public:
-    /// Refuses a place where it would harm another file, or one of those that it is made from.
-    Draft(const std::string& place_, std::initializer_list<std::string> sources)
-        : path(widened(place_) + L".part"), place(widened(place_)) {
-        const bool isSource = std::any_of(sources.begin(), sources.end(), [&](const std::string& source) {
-            std::error_code missing;
-            return std::filesystem::equivalent(source, place_, missing);
-        });
-        if (isSource || !FileIO::isFree(place) || !FileIO::isFree(path)) {
-            throw CLI::ValidationError(place_, "no place for a new file");
+/// In how many letters two names differ.
+size_t distance(const std::string& one, const std::string& other) {
+    std::vector<size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < one.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i + 1);
+        for (size_t j = 0; j < other.size(); ++j) {
+            const size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
+            diagonal = std::exchange(row[j + 1], std::min({changed, row[j] + 1, row[j + 1] + 1}));
         }
     }
-    Draft(const Draft&) = delete;
-    Draft& operator=(const Draft&) = delete;
-    ~Draft() {
-        if (!inPlace) {
-            FileIO::unlink(path);
-        }
-    }
-
-    bool finish() {
-        inPlace = FileIO::rename(path, place);
-        return inPlace;
-    }
-
-    const std::wstring path;
-
-private:
-    const std::wstring place;
-    bool inPlace = false;
-};
-
-bool copyFile(const std::wstring& from, const std::wstring& to) {
-    bool copied = false;
-    FileIO::open(from, [&](FileIO& source) {
-        FileIO::open_w(to, [&](FileIO& copy) {
-            const uint64_t length = source.length();
-            copied = source.copyTo(copy, length) == length && !source.failed();
-        });
-    });
-    return copied;
+    return row.back();
 }
 
-/// What the command line may give; each subcommand takes some of it.
-struct Arguments {
-    std::string file;
-    std::string output;
-    std::string other; ///< a second file: a text, a box, another MP4 file
-    std::string position;
-    std::string tool = "pellmor-edit";
-    std::optional<double> compass;
-    unsigned long long time = 0;
-    double start = 0;
-    double end = -1;
-    bool on = false;
-};
-
-class Commands {
-public:
-    using Work = std::function<bool(Container&)>;
-
-    Arguments given;
-
-    explicit Commands(CLI::App& app_) : app(app_) { app.require_subcommand(1); }
-
-    /// A subcommand that looks at a file. `work` gets the attached container and tells whether it succeeded.
-    CLI::App* looking(const std::string& name, const std::string& description, Work work) {
-        CLI::App* const command = app.add_subcommand(name, description);
-        command->add_option("FILE", given.file, "MP4 file")->required();
-        command->callback([this, work = std::move(work)] { chosen = work; });
-        return command;
-    }
-    /// A subcommand that changes the file as it stands, or, with -o, a copy of it.
-    CLI::App* editing(const std::string& name, const std::string& description, Work work) {
-        const auto onWholeTree = [work = std::move(work)](Container& container) {
-            if (container.incomplete()) {
-                Console::err(L"pellmor-edit: %ls could not be read whole\n", container.path.c_str());
-            }
-            return !container.incomplete() && work(container);
-        };
-        CLI::App* const command = looking(name, description, onWholeTree);
-        command->add_option("-o,--output", given.output, "leave FILE as it is and write the result here")
-            ->check([](const std::string& path) { return path.empty() ? "an empty path" : ""; });
-        return command;
-    }
-    /// A subcommand that always writes a new file: in the place of the old one or, with -o, beside it.
-    CLI::App* rewriting(const std::string& name, const std::string& description, Work work) {
-        CLI::App* const command = editing(name, description, std::move(work));
-        command->parse_complete_callback([this] { rewrites = true; });
-        return command;
-    }
-
-    bool run() const {
-        bool done = false;
-        try {
-            const std::wstring file = widened(given.file);
-            if (given.output.empty()) {
-                done = runOn(file, nullptr);
-            } else {
-                Draft draft(given.output, {given.file, given.other});
-                done = (rewrites ? runOn(file, draft.path.c_str())
-                                 : copyFile(file, draft.path) && runOn(draft.path, nullptr)) &&
-                       draft.finish();
-            }
-        } catch (const std::exception& error) {
-            Console::err(L"pellmor-edit: %ls\n", shown(error.what()).c_str());
-        }
-        if (!done) {
-            Console::err(L"pellmor-edit: nothing was changed\n");
-        }
-        return done;
-    }
-
-private:
-    bool runOn(const std::wstring& file, const wchar_t* output) const {
-        Container container;
-        container.keepContents = !rewrites;
-        container.outputPath = output;
-        const bool done = container.attach(file) && chosen(container);
-        const bool unchanged = container.outputPath != nullptr;
-        return done && (!unchanged || copyFile(file, output));
-    }
-
-    CLI::App& app;
-    bool rewrites = false;
-    Work chosen;
-};
-
-/// Runs the work on the first box at `boxPath` of another MP4 file.
-bool withBoxOf(const std::string& path, const char* boxPath,
-               const std::function<bool(FileIO&, const MP4::BOX&)>& work) {
-    Container other;
-    other.keepContents = false;
-    if (!other.attach(widened(path))) {
-        return false;
-    }
-    const MP4::BOX* const box = other.root->first(boxPath);
-    if (box == nullptr || box->wholeEnd(other.root->boxSize) != box->end()) {
-        Console::err(L"pellmor-edit: %ls has no whole %s\n", shown(path).c_str(), boxPath);
-        return false;
-    }
-    bool done = false;
-    other.open([&](FileIO& file) { done = work(file, *box); });
-    return done;
+std::string nearestTo(const std::string& name) {
+    const auto& table = edit::commands();
+    return std::min_element(table.begin(), table.end(),
+                            [&](const Command& one, const Command& other) {
+                                return distance(name, one.name) < distance(name, other.name);
+                            })
+        ->name;
 }
 
-GPSInfo positionIn(const Arguments& given) {
-    GPSInfo position;
-    position.attachRXYZ(given.position.c_str());
-    if (!position.latitude.valid || !position.longitude.valid) {
-        throw CLI::ValidationError("position '" + given.position + "'", "not like +35.6895+139.6917/");
+int wrongArguments(const std::string& text) {
+    std::fprintf(stderr, "pellmor-edit: %s\n", text.c_str());
+    return static_cast<int>(Status::wrongArguments);
+}
+
+int run(std::vector<std::string> arguments) {
+    CLI::App app(about, "pellmor-edit");
+    app.footer(statuses);
+    app.set_version_flag("--version", "pellmor-edit " PELLMOR_VERSION);
+    app.require_subcommand(1);
+    app.failure_message(CLI::FailureMessage::simple);
+    Options options;
+    for (const Command& command : edit::commands()) {
+        addCommand(app, command, options);
     }
-    if (given.compass) {
-        position.attachCompass(*given.compass);
+    if (!arguments.empty() && !arguments[0].starts_with('-') && commandNamed(arguments[0]) == nullptr) {
+        return wrongArguments("there is no command '" + arguments[0] + "'; did you mean " +
+                              nearestTo(arguments[0]) + "?");
     }
-    return position;
-}
-
-void addLayout(Commands& commands) {
-    Arguments& given = commands.given;
-    commands.looking("dump", "Print the box tree", [](Container& container) {
-        container.dump();
-        return true;
-    });
-    commands.rewriting(
-        "moov-first", "Put moov ahead of mdat, so that playback can start early",
-        [](Container& container) { return !container.isMdatFirst() || container.moovFirst(); });
-    commands
-        .editing("set-time", "Set the creation time of the movie and all tracks",
-                 [&given](Container& container) { return container.updateTimeStamp(given.time); })
-        ->add_option("SECONDS", given.time, "seconds since 1904-01-01 UTC")
-        ->check(CLI::Range(0.0, 4294967295.0))
-        ->required();
-}
-
-void addMetadata(Commands& commands) {
-    Arguments& given = commands.given;
-    CLI::App* command = commands.rewriting("location", "Add location boxes", [&given](Container& container) {
-        return container.appendLocationAndSphericalVideoXML(
-            positionIn(given), given.other.empty() ? "" : contentOf(given.other));
-    });
-    command->add_option("POSITION", given.position, "ISO 6709 text in degrees, +35.6895+139.6917/")
-        ->required();
-    command->add_option("--spherical", given.other, "file with spherical-video XML to be added as well");
-
-    commands.rewriting("remove-bad-location", "Take out a loci box of the malformed size of 28 bytes",
-                       [](Container& container) { return container.removeBadLOCI(); });
-    commands
-        .rewriting("gps-meta", "Copy the meta box of another file's moov",
-                   [&given](Container& container) {
-                       return withBoxOf(given.other, "moov.meta", [&](FileIO& source, const MP4::BOX& meta) {
-                           return container.appendGpsMeta(source, meta.offset, meta.boxSize);
-                       });
-                   })
-        ->add_option("SOURCE", given.other, "MP4 file")
-        ->required();
-    commands
-        .rewriting("spherical", "Add spherical-video XML to the video track, or replace it",
-                   [&given](Container& container) {
-                       return container.appendSphericalVideoXML(contentOf(given.other));
-                   })
-        ->add_option("XML", given.other, "file with the XML")
-        ->required();
-
-    command = commands.editing("xmp", "Append an XMP packet", [&given](Container& container) {
-        return container.appendXMP(given.other.empty()
-                                       ? positionIn(given).to_XMP_string(given.tool.c_str(), false, "")
-                                       : contentOf(given.other));
-    });
-    CLI::Option* const packet = command->add_option("PACKET", given.other, "file with the packet");
-    command->add_option("--position", given.position, "instead: a packet with this position")
-        ->excludes(packet);
-    command->add_option("--compass", given.compass, "and this direction, in degrees");
-    command->add_option("--tool", given.tool, "and this creator tool")->check([](const std::string& name) {
-        // What XML or the packet's own limits would make unreadable.
-        constexpr size_t longest = 200;
-        const bool plain = name.size() <= longest && std::all_of(name.begin(), name.end(), [](char c) {
-                               return c >= ' ' && c <= '~' && c != '&' && c != '<' && c != '>';
-                           });
-        return plain ? "" : "not a plain name of up to 200 characters";
-    });
-    commands
-        .editing("axis", "Append an axis description",
-                 [&given](Container& container) { return container.appendAxis(contentOf(given.other)); })
-        ->add_option("AXIS", given.other, "file with the description")
-        ->required();
-}
-
-void addVideo(Commands& commands) {
-    Arguments& given = commands.given;
-    commands
-        .editing("full-range", "Mark the video as full range or not, and set constraint_set1_flag",
-                 [&given](Container& container) {
-                     const bool present =
-                         container.root->first("moov.trak.mdia.minf.stbl.stsd.avc1.avcC") != nullptr;
-                     if (!present) {
-                         Console::err(L"pellmor-edit: %ls has no H.264 video\n", container.path.c_str());
-                     }
-                     return present && container.appendFullRangeAndConstrainedSet1Flag(given.on);
-                 })
-        ->add_option("RANGE", given.on, "on or off")
-        ->check(CLI::IsMember({"on", "off"}))
-        ->required();
-    commands
-        .rewriting("replace-udta", "Put a box in the place of the movie's user data",
-                   [&given](Container& container) {
-                       const std::string content = contentOf(given.other);
-                       if (content.size() < MP4::BOX::compactHeader ||
-                           MP4::loadBigEndian<uint32_t>(content.data()) != content.size()) {
-                           throw CLI::ValidationError(given.other, "not one whole box");
-                       }
-                       ByteArray box;
-                       box.assign(content.data(), content.size());
-                       return container.replaceUdta(0, box);
-                   })
-        ->add_option("BOX", given.other, "file with the box, header included")
-        ->required();
-}
-
-void addSound(Commands& commands) {
-    Arguments& given = commands.given;
-    const auto withRange = [&given](CLI::App* command) {
-        command->add_option("--start", given.start, "seconds");
-        command->add_option("--end", given.end, "seconds; negative: to the end");
-        return command;
-    };
-    withRange(commands.editing(
-                  "append-sound", "Append the spatial sound of another file, or a stretch of it",
-                  [&given](Container& container) {
-                      return withBoxOf(given.other, "uuid.ZADT", [&](FileIO& source, const MP4::BOX& data) {
-                          const MP4::BOX& block = *data.parent;
-                          MP4::SpatialSound sound;
-                          if (!sound.attach(widened(given.other), given.start, given.end)) {
-                              return false;
-                          }
-                          return sound.trimmed
-                                     ? container.trimSpatialData(source, block.offset, sound)
-                                     : container.appendSpatialData(source, block.offset, block.boxSize);
-                      });
-                  }))
-        ->add_option("SOURCE", given.other, "MP4 file")
-        ->required();
-    const auto dumping = [&](const char* name, const char* description, auto dump) {
-        const auto work = [&given, dump](Container& container) {
-            // From 0 to the end there would be nothing to cut; from the least time above 0 it is the same
-            // sound.
-            const double least = std::numeric_limits<double>::denorm_min();
-            const double start = given.end < 0 ? std::max(given.start, least) : given.start;
-            MP4::SpatialSound sound;
-            if (!sound.attach(container.path, start, given.end) || !sound.trimmed) {
-                Console::err(L"pellmor-edit: %ls has no such sound\n", container.path.c_str());
-                return false;
-            }
-            Draft draft(given.other, {given.file});
-            const uint64_t size = dump(sound, container, draft.path);
-            std::error_code missing;
-            const bool whole =
-                std::filesystem::file_size(Brisa::wchar::wcs2mbs(draft.path).c_str(), missing) == size;
-            if (!whole) {
-                Console::err(L"pellmor-edit: %ls could not be written whole\n", draft.path.c_str());
-            }
-            return whole && draft.finish();
-        };
-        withRange(commands.looking(name, description, work))
-            ->add_option("OUT", given.other, "file to be written")
-            ->required();
-    };
-    // Each gives the size that the file should have: the dumps themselves tell nothing.
-    dumping("sound-to-wav", "Write a stretch of the spatial sound to a WAV file",
-            [](const MP4::SpatialSound& sound, const Container& container, const std::wstring& out) {
-                constexpr uint64_t wavHeader = 44;
-                sound.dumpWAV(container, out);
-                return wavHeader + sound.endOffset - sound.startOffset;
-            });
-    dumping("sound-track", "Write the track box that describes a stretch of the spatial sound",
-            [](const MP4::SpatialSound& sound, const Container&, const std::wstring& out) {
-                sound.dump(out);
-                return uint64_t{sound.trimmedTrack.size()};
-            });
+    // Not declared: it would take the front of the position -0.5,51.5.
+    std::replace(arguments.begin(), arguments.end(), std::string("-0"), std::string("--null"));
+    std::reverse(arguments.begin(), arguments.end());
+    try {
+        app.parse(arguments);
+    } catch (const CLI::Success& asked) {
+        return app.exit(asked);
+    } catch (const CLI::ParseError& error) {
+        return wrongArguments(error.what());
+    }
+    const std::string chosen = app.get_subcommands().front()->get_name();
+    if (options.files.empty() && options.list.empty()) {
+        return wrongArguments(chosen + ": FILE is missing");
+    }
+    return edit::Runner(*commandNamed(chosen), options).run();
 }
 
 } // namespace
 
-int main(int argc, char** argv) {
-    // Paths are in the user's encoding; numbers and messages stay as in the POSIX locale.
-    std::setlocale(LC_CTYPE, "");
+int main(int argc, char** argv) try {
+    // A file size limit or a closed pipe makes a write fail; it must not end the process half-way.
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
-
-    CLI::App app("Edits MP4 files. An edit succeeds wholly, or leaves the file as it was.");
-    Commands commands(app);
-    addLayout(commands);
-    addMetadata(commands);
-    addVideo(commands);
-    addSound(commands);
-    CLI11_PARSE(app, argc, argv);
-    const bool done = commands.run();
-    return done && std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : 1;
+    std::setlocale(LC_CTYPE, "");
+    return run(std::vector<std::string>(argv + 1, argv + argc));
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "pellmor-edit: %s\n", error.what());
+    return static_cast<int>(Status::failed);
 }

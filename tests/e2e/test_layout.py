@@ -31,8 +31,15 @@ def test_the_result_may_go_to_another_file(recordings, tmp_path):
     assert packets(tmp_path / "out.mp4") == packets(original)
     other = tmp_path / "other"
     other.write_bytes(b"precious")
-    for wrong in (["axis", original, "missing"], ["axis", original, other], ["location", original, "nowhere"], ["moov-first", other]):
-        assert run(BIN / "pellmor-edit", *wrong, "-o", other).returncode == 1
+    wrongs = {
+        ("put", "axis", "missing", original, "-o", other): 1,
+        ("put", "axis", other, original, "-o", other): 2,
+        ("location", "nowhere", original, "-o", other): 2,
+        ("moov-first", original, "-o", other): 3,
+        ("moov-first", other): 1,
+    }  # fmt: skip
+    for wrong, status in wrongs.items():
+        assert run(BIN / "pellmor-edit", *wrong).returncode == status, wrong
         assert other.read_bytes() == b"precious"
     assert len(list(tmp_path.iterdir())) == 2 and sha(original) == before
 
@@ -48,7 +55,6 @@ def test_fragments_are_not_moved(recordings, tmp_path):
     before = sha(video)
     result = run(BIN / "pellmor-edit", "moov-first", video)
     assert result.returncode == 1
-    assert result.stdout == f"Container::modifyContainer::moovFirst({video} to {video}.tmp.mp4) failed.\n".encode()
     assert b"movie fragments" in result.stderr
     assert sha(video) == before
 
@@ -66,7 +72,7 @@ def test_a_full_disk_leaves_the_recording_and_nothing_else(recordings, tmp_path,
 
 def test_the_creation_time_is_set_in_every_header(recording):
     before = packets(recording)
-    edit("set-time", recording, 3_800_000_000)
+    edit("set-time", "1904:3800000000", recording)
     report = probe(recording)
     times = {part["tags"]["creation_time"] for part in [report["format"], *report["streams"]]}
     assert times == {"2024-05-31T11:33:20.000000Z"}

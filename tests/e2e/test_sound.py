@@ -41,7 +41,7 @@ def recording_with_sound(recordings, sound, tmp_path):
 def with_record(path, tmp_path):
     """Gives a file a `ZDT9` box in its user data."""
     (tmp_path / "udta").write_bytes(box(b"udta", box(b"ZDT9", bytes(16))))
-    edit("replace-udta", path, tmp_path / "udta")
+    edit("put", "udta", tmp_path / "udta", path, "--replace")
 
 
 def test_a_second_is_cut_and_carried(recordings, recording_with_sound, sound, tmp_path):
@@ -49,7 +49,7 @@ def test_a_second_is_cut_and_carried(recordings, recording_with_sound, sound, tm
     shutil.copy(recordings.moov_last(), target)
     with_record(target, tmp_path)
     before = target.read_bytes()
-    edit("append-sound", target, recording_with_sound, "--start", 1.0, "--end", 2.0)
+    edit("append-sound", recording_with_sound, target, "--start", 1.0, "--end", 2.0)
     content = target.read_bytes()
     kept = sound[8 * RATE : 16 * RATE]
 
@@ -79,7 +79,7 @@ def test_a_second_is_cut_and_carried(recordings, recording_with_sound, sound, tm
 
 def test_a_block_keeps_its_pointers_when_the_movie_grows(recording_with_sound, sound, tmp_path):
     with_record(recording_with_sound, tmp_path)
-    edit("location", recording_with_sound, "+35.6895+139.6917/")
+    edit("location", "+35.6895+139.6917/", recording_with_sound)
     content = recording_with_sound.read_bytes()
     at = content.index(b"ZADT") + 4
     table = content.index(b"co64", at) + 12
@@ -87,5 +87,5 @@ def test_a_block_keeps_its_pointers_when_the_movie_grows(recording_with_sound, s
     edit("sound-to-wav", recording_with_sound, tmp_path / "all.wav")
     assert (tmp_path / "all.wav").read_bytes()[44:] == sound
     for out in (recording_with_sound, "/dev/full"):
-        assert run(BIN / "pellmor-edit", "sound-to-wav", recording_with_sound, out).returncode == 1
+        assert run(BIN / "pellmor-edit", "sound-to-wav", recording_with_sound, out).returncode == 3
     assert recording_with_sound.read_bytes() == content

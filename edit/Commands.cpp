@@ -1,0 +1,74 @@
+#include "Commands.h"
+
+#include <CLI/CLI.hpp>
+
+namespace edit {
+
+namespace {
+
+constexpr const char* looking = "Looking";
+constexpr const char* kinds = "What a recording carries";
+constexpr const char* metadata = "Where it was made";
+constexpr const char* layout = "Layout and time";
+constexpr const char* video = "Video";
+constexpr const char* sound = "Spatial sound";
+
+Work prepareDump(const Options& options) {
+    return [json = options.json](Session& session) { return dump(session, session.path, json); };
+}
+
+} // namespace
+
+void fileArgument(CLI::App& app, Options& options) {
+    const auto take = [&options](const std::string& file) { options.files = {file}; };
+    app.add_option_function<std::string>("FILE", take, "MP4 file")->required();
+}
+
+Status dump(Session& session, const std::wstring& path, bool) {
+    if (!session.container.attach(path)) {
+        return session.failed("could not be opened");
+    }
+    session.container.dump();
+    return session.container.incomplete() ? session.failedFor("could not be read whole; boxes may be missing")
+                                          : session.done("");
+}
+
+const std::vector<Command>& commands() {
+    static const std::vector<Command> table{
+        {"dump", looking, Form::extracts, "Print the box tree", "dump video.mp4", fileArgument, prepareDump},
+
+        {"get", kinds, Form::extracts, "Write out the content of a kind", "get map video.mp4 -o map.bin",
+         getArguments, get},
+        {"put", kinds, Form::patches, "Put in the content of a kind", "put map map.bin video.mp4",
+         putArguments, put},
+
+        {"location", metadata, Form::rewrites, "Set the position", "location 35.6895,139.6917 video.mp4",
+         locationArguments, location},
+        {"remove-bad-location", metadata, Form::rewrites,
+         "Take out a loci box of the malformed size of 28 bytes", "remove-bad-location video.mp4", nullptr,
+         removeBadLocation},
+        {"gps-meta", metadata, Form::rewrites, "Copy the meta box of another recording's moov",
+         "gps-meta source.mp4 video.mp4", sourceArgument, gpsMeta},
+
+        {"moov-first", layout, Form::rewrites, "Put moov ahead of mdat, so that playback can start early",
+         "moov-first video.mp4", nullptr, moovFirst},
+        {"set-time", layout, Form::patches, "Set the creation time of the movie and all tracks",
+         "set-time 2026-11-23T10:00:00+09:00 video.mp4", timeArgument, setTime},
+
+        {"full-range", video, Form::patches,
+         "Mark H.264 video as full range or not, and set constraint_set1_flag", "full-range on video.mp4",
+         rangeArgument, fullRange},
+
+        {"append-sound", sound, Form::patches,
+         "Append the spatial sound of another recording, or a stretch of it",
+         "append-sound source.mp4 video.mp4 --start 1.5 --end 4", appendSoundArguments, appendSound},
+        {"sound-to-wav", sound, Form::extracts, "Write the sound, or a stretch of it, to a WAV file",
+         "sound-to-wav video.mp4 sound.wav --end 10", soundOutArguments, soundToWav},
+        {"sound-track", sound, Form::extracts,
+         "Write the track box that describes the sound, or a stretch of it",
+         "sound-track video.mp4 track.box", soundOutArguments, soundTrack},
+    };
+    return table;
+}
+
+} // namespace edit

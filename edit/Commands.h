@@ -1,0 +1,88 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Options.h"
+#include "Session.h"
+
+namespace CLI {
+class App;
+}
+
+namespace edit {
+
+/// What a command does to one file.
+using Work = std::function<Status(Session&)>;
+
+/// How a command treats its files.
+enum class Form {
+    looks,    ///< tells what is in them, all of them
+    extracts, ///< makes something else of one file, which it declares among its arguments
+    patches,  ///< writes into the file as it stands; with -o, into a copy of it
+    rewrites, ///< may write a new file, under another name as easily as under the old one
+};
+
+/// One row of the table of commands.
+struct Command {
+    const char* name;
+    const char* group; ///< the heading that it stands under in --help
+    Form form;
+    const char* does;
+    const char* example; ///< behind "pellmor-edit "
+    /// Declares the arguments that are its own; those that stand ahead of FILE... are positional.
+    void (*arguments)(CLI::App&, Options&);
+    /// Settles all that can be settled before a file is touched, and gives the work. May throw WrongArguments
+    /// and Failure.
+    Work (*prepare)(const Options&);
+
+    [[nodiscard]] bool extracts() const { return form == Form::extracts; }
+    [[nodiscard]] bool edits() const { return form == Form::patches || form == Form::rewrites; }
+};
+
+/// All commands, in the order in which --help shows them.
+const std::vector<Command>& commands();
+
+// Each group of commands has a source file of its own.
+
+// Looking.
+Status info(Session& session, const std::wstring& path, bool json);
+Status dump(Session& session, const std::wstring& path, bool json);
+Status picture(Session& session, const std::wstring& path, const std::string& page);
+Status check(Session& session, const std::wstring& path, bool json);
+Status repair(Session& session, const std::wstring& path);
+
+/// FILE, of a command that takes a single one.
+void fileArgument(CLI::App& app, Options& options);
+
+// Kinds.
+void getArguments(CLI::App& app, Options& options);
+void putArguments(CLI::App& app, Options& options);
+Work get(const Options& options);
+Work put(const Options& options);
+
+// Metadata.
+void locationArguments(CLI::App& app, Options& options);
+void sourceArgument(CLI::App& app, Options& options);
+Work location(const Options& options);
+Work removeBadLocation(const Options& options);
+Work gpsMeta(const Options& options);
+
+// Layout.
+void timeArgument(CLI::App& app, Options& options);
+Work moovFirst(const Options& options);
+Work setTime(const Options& options);
+
+// Video.
+void rangeArgument(CLI::App& app, Options& options);
+Work fullRange(const Options& options);
+
+// Sound.
+void appendSoundArguments(CLI::App& app, Options& options);
+void soundOutArguments(CLI::App& app, Options& options);
+Work appendSound(const Options& options);
+Work soundToWav(const Options& options);
+Work soundTrack(const Options& options);
+
+} // namespace edit

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ByteArray.h"
+#include "GPSInfo.h"
+#include "MP4Container.h"
+
+namespace edit {
+
+/// A path as the library takes it: any bytes.
+std::wstring widened(const std::string& path);
+
+/// The whole content of a side file; "-" is the standard input. Throws Failure with the system's reason.
+std::string contentOf(const std::string& path);
+
+/// The body of a box in a container's file, without header and without the identity of a `uuid` box. Throws
+/// Failure.
+std::string bodyOf(const MP4::Container& container, const MP4::BOX& box);
+/// The whole box, header included.
+std::string bytesOf(const MP4::Container& container, const MP4::BOX& box);
+
+/// Runs the work on the first box at `boxPath` of another recording. Throws Failure if that has none that is
+/// whole.
+bool withBoxOf(const std::string& path, const char* boxPath,
+               const std::function<bool(Brisa::FileIO&, const MP4::BOX&)>& work);
+
+/// A position as maps give it ("35.6895,139.6917", "35.6895, 139.6917, 120") or as ISO 6709 in degrees
+/// ("+35.6895+139.6917+120/"). The record holds the text in the latter form, with the digits that were given.
+/// Throws WrongArguments for anything else, and for what is not on the globe.
+GPSInfo positionOf(const std::string& text, std::optional<double> compass);
+
+/// Seconds since 1904-01-01 UTC of an ISO 8601 time or date, "@SECONDS" since 1970, "1904:SECONDS", or "now";
+/// none for "file", which every file answers for itself. A time without a zone is UTC. Throws WrongArguments
+/// for anything else, a bare number included, and for what a 32-bit field cannot hold.
+std::optional<uint64_t> timeOf(const std::string& text);
+/// Seconds since 1904 of a file's last change. Throws Failure.
+uint64_t lastChangeOf(const std::string& path);
+/// 2026-11-23T01:00:00Z
+std::string shownTime(uint64_t secondsSince1904);
+
+/// Throws WrongArguments, with the place, unless the text is well-formed XML.
+void demandXml(const std::string& text, const std::string& path);
+
+} // namespace edit

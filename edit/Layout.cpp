@@ -1,0 +1,59 @@
+// Where things lie in a recording, and when it was made.
+
+#include <CLI/CLI.hpp>
+
+#include "Commands.h"
+#include "Input.h"
+#include "Tree.h"
+
+namespace edit {
+
+namespace {
+
+/// Chunk offsets of all tracks, as their tables state them.
+uint64_t chunksOf(const MP4::Container& container) {
+    uint64_t chunks = 0;
+    for (const char* table : {"moov.trak.mdia.minf.stbl.stco", "moov.trak.mdia.minf.stbl.co64"}) {
+        container.find(table, [&](MP4::BOX& box) {
+            chunks += static_cast<const MP4::STCO&>(box).entryCount;
+            return true;
+        });
+    }
+    return chunks;
+}
+
+} // namespace
+
+Work moovFirst(const Options&) {
+    return [](Session& session) {
+        MP4::Container& container = session.container;
+        if (!container.isMdatFirst()) {
+            return session.nothingToDo("moov is first");
+        }
+        if (!container.moovFirst()) {
+            return session.failed("moov could not be moved");
+        }
+        const MP4::MOOV* const moov = container.moov;
+        return moov == nullptr
+                   ? session.done("moov moved")
+                   : session.done("moov moved to " + grouped(moov->offset) + " (" + grouped(moov->boxSize) +
+                                  " bytes), " + grouped(chunksOf(container)) + " offsets");
+    };
+}
+
+void timeArgument(CLI::App& app, Options& options) {
+    app.add_option("TIME", options.value,
+                   "ISO 8601 (2026-11-23T10:00:00+09:00; without a zone UTC) or a date, @SECONDS since 1970, "
+                   "1904:SECONDS, now, or file (its last change)")
+        ->required();
+}
+
+Work setTime(const Options& options) {
+    return [given = timeOf(options.value)](Session& session) {
+        const uint64_t time = given ? *given : lastChangeOf(session.name);
+        return session.container.updateTimeStamp(time) ? session.done("created " + shownTime(time))
+                                                       : session.failed("the time could not be set");
+    };
+}
+
+} // namespace edit

@@ -1,0 +1,171 @@
+#include "Runner.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <sstream>
+
+#include "Brisa/BrisaFileIO.h"
+#include "Input.h"
+#include "Output.h"
+
+namespace edit {
+
+namespace {
+
+using Brisa::FileIO;
+
+/// Of two verdicts the one that a caller must know of.
+Status worse(Status one, Status other) {
+    const auto badness = [](Status status) {
+        switch (status) {
+        case Status::done:
+            return 0;
+        case Status::found:
+            return 1;
+        case Status::notThere:
+            return 2;
+        case Status::refused:
+            return 3;
+        default:
+            return 4;
+        }
+    };
+    return badness(one) < badness(other) ? other : one;
+}
+
+/// The names in a list: a line each, or each with a zero byte behind it.
+std::vector<std::string> filesIn(const std::string& list, bool zeroBytes) {
+    std::istringstream names(contentOf(list));
+    std::vector<std::string> files;
+    for (std::string name; std::getline(names, name, zeroBytes ? '\0' : '\n');) {
+        if (!name.empty()) {
+            files.push_back(name);
+        }
+    }
+    return files;
+}
+
+bool looksLikeMp4(const MP4::Container& container) {
+    return container.moov != nullptr || container.mdat != nullptr || container.root->first("ftyp") != nullptr;
+}
+
+bool copyFile(const std::wstring& from, const std::wstring& to) {
+    bool copied = false;
+    FileIO::open(from, [&](FileIO& source) {
+        FileIO::open_w(to, [&](FileIO& copy) {
+            const uint64_t length = source.length();
+            copied = source.copyTo(copy, length) == length && !source.failed();
+        });
+    });
+    return copied;
+}
+
+} // namespace
+
+Runner::Runner(const Command& command_, const Options& options_) : command(command_), options(options_) {}
+
+int Runner::run() {
+    Status worst = Status::done;
+    try {
+        if (!options.list.empty()) {
+            const std::vector<std::string> listed = filesIn(options.list, options.zeroBytes);
+            options.files.insert(options.files.end(), listed.begin(), listed.end());
+        }
+        if (options.files.size() > 1 && !options.output.empty()) {
+            throw WrongArguments("-o takes the result of one FILE");
+        }
+        chosen = command.prepare(options);
+    } catch (const Failure& failure) {
+        tell("pellmor-edit", failure.what());
+        return static_cast<int>(failure.status);
+    } catch (const std::exception& error) {
+        tell("pellmor-edit", error.what());
+        return static_cast<int>(Status::failed);
+    }
+    for (const std::string& file : options.files) {
+        worst = worse(worst, runOn(file));
+    }
+    if (!command.edits() && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
+        tell("pellmor-edit", "standard output could not be written: " + systemReason(errno));
+        worst = Status::failed;
+    }
+    return static_cast<int>(worst);
+}
+
+Status Runner::runOn(const std::string& file) {
+    Session session(options, file);
+    try {
+        work(session);
+    } catch (const Failure& failure) {
+        session.ended(failure);
+    } catch (const std::exception& error) {
+        session.failedFor(error.what());
+    }
+    tell(session);
+    return session.status();
+}
+
+void Runner::work(Session& session) {
+    errno = 0;
+    if (!command.edits()) {
+        chosen(session);
+    } else if (options.output.empty()) {
+        edit(session, session.path);
+    } else {
+        editTo(options.output, session);
+    }
+}
+
+void Runner::edit(Session& session, const std::wstring& path) {
+    MP4::Container& container = session.container;
+    container.keepContents = command.form == Form::patches;
+    if (!container.attach(path)) {
+        session.failed("could not be opened");
+    } else if (container.incomplete()) {
+        session.failed("could not be read whole");
+    } else if (!looksLikeMp4(container)) {
+        session.failedFor("is no MP4 file");
+    } else {
+        chosen(session);
+    }
+}
+
+void Runner::editTo(const std::string& output, Session& session) {
+    for (const std::string& source : {session.name, options.input}) {
+        std::error_code missing;
+        if (std::filesystem::equivalent(source, output, missing)) {
+            throw WrongArguments(output + ": is what the result is made from");
+        }
+    }
+    Draft draft(output, options.force);
+    bool copied = command.form == Form::rewrites || copyFile(session.path, draft.path());
+    if (copied && command.form == Form::rewrites) {
+        session.container.outputPath = draft.path().c_str();
+        edit(session, session.path);
+        const bool written = session.container.outputPath == nullptr;
+        copied = session.status() != Status::done || written || copyFile(session.path, draft.path());
+    } else if (copied) {
+        edit(session, draft.path());
+    }
+    if (!copied) {
+        session.failed(output + " could not be written");
+    } else if (session.status() == Status::done) {
+        draft.finish();
+    }
+}
+
+void Runner::tell(const Session& session) const {
+    if (!session.text().empty() && (session.status() != Status::done || !options.quiet)) {
+        tell(session.name, session.text());
+    }
+}
+
+void Runner::tell(const std::string& name, const std::string& text) const {
+    const std::string line = name + ": " + text + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+} // namespace edit

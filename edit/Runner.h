@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "Commands.h"
+
+namespace edit {
+
+/// Carries out one command on all its files: each is tried, and each verdict told with the file's name.
+class Runner {
+public:
+    Runner(const Command& command, const Options& options);
+
+    /// The exit status: the worst one of all files.
+    int run();
+
+private:
+    Status runOn(const std::string& file);
+    void work(Session& session);
+    void edit(Session& session, const std::wstring& path);
+    void editTo(const std::string& output, Session& session);
+    void tell(const Session& session) const;
+    void tell(const std::string& name, const std::string& text) const;
+
+    const Command& command;
+    Options options;
+    Work chosen;
+};
+
+} // namespace edit

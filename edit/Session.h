@@ -1,0 +1,80 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "MP4Container.h"
+#include "Options.h"
+
+namespace edit {
+
+/// How a command ended, on one file and as a whole: the exit status.
+enum class Status {
+    done = 0,           ///< all is as asked for
+    failed = 1,         ///< the file is as it was
+    wrongArguments = 2, ///< no file was touched
+    refused = 3,        ///< something else is there already
+    notThere = 4,       ///< what was to be got or removed
+    found = 5,          ///< check has found something
+};
+
+/// Ends a command, or its work on one file, with a verdict other than done.
+class Failure : public std::runtime_error {
+public:
+    explicit Failure(const std::string& text, Status status_ = Status::failed)
+        : std::runtime_error(text), status(status_) {}
+
+    const Status status;
+};
+
+/// Malformed input, told before any file is touched.
+class WrongArguments : public Failure {
+public:
+    explicit WrongArguments(const std::string& text) : Failure(text, Status::wrongArguments) {}
+};
+
+/// The work of one command on one file: the container, and what there is to be said in the end.
+///
+/// What a command does ends with one of the verdicts, whose text the Runner prints behind the name of the
+/// file, on standard error, once everything is in place.
+class Session {
+public:
+    Session(const Options& options, std::string file);
+
+    const Options& options;
+    const std::string name;   ///< the file as it was given
+    const std::wstring path;  ///< the same for the library: the file that is looked at, or changed
+    MP4::Container container; ///< claimed, and read whole, when the work of an edit begins
+
+    /// It is done: what the file is like now.
+    Status done(std::string text);
+    /// Nothing was to be done: why.
+    Status nothingToDo(const std::string& why);
+    /// Something else is there already.
+    Status refused(std::string text);
+    Status notThere(std::string text);
+    Status found(std::string text);
+    /// It failed: what was tried. The reason, as the toolkit or the system has told it, comes behind it.
+    Status failed(const std::string& tried);
+    /// It failed, and this is the reason.
+    Status failedFor(std::string reason);
+    Status ended(const Failure& failure) { return end(failure.status, failure.what()); }
+
+    /// Writes a piece of a result to standard output; false once that has failed.
+    static bool print(std::string_view text);
+
+    [[nodiscard]] Status status() const { return verdict; }
+    [[nodiscard]] const std::string& text() const { return words; }
+
+private:
+    Status end(Status status, std::string text);
+
+    Status verdict = Status::failed;
+    std::string words;
+};
+
+/// The system's words for an error number.
+std::string systemReason(int error);
+
+} // namespace edit

@@ -1,0 +1,106 @@
+// The spatial sound of a recording, or a stretch of it.
+
+#include <algorithm>
+#include <limits>
+
+#include <CLI/CLI.hpp>
+
+#include "Commands.h"
+#include "Input.h"
+#include "Output.h"
+#include "SpatialSound.h"
+
+namespace edit {
+
+namespace {
+
+void stretchArguments(CLI::App& app, Options& options) {
+    app.add_option("--start", options.start, "seconds");
+    app.add_option("--end", options.end, "seconds; negative: to the end");
+}
+
+} // namespace
+
+void appendSoundArguments(CLI::App& app, Options& options) {
+    sourceArgument(app, options);
+    stretchArguments(app, options);
+}
+
+void soundOutArguments(CLI::App& app, Options& options) {
+    fileArgument(app, options);
+    app.add_option("OUT", options.output, "file to be written")->required();
+    app.add_flag("--force", options.force, "replace OUT if it is there");
+    stretchArguments(app, options);
+}
+
+Work appendSound(const Options& options) {
+    return [source = options.input, start = options.start, end = options.end](Session& session) {
+        MP4::Container& container = session.container;
+        if (container.isSpatialDataExist()) {
+            return session.nothingToDo("spatial sound is there");
+        }
+        const auto append = [&](Brisa::FileIO& file, const MP4::BOX& data) {
+            const MP4::BOX& block = *data.parent;
+            MP4::SpatialSound sound;
+            if (!sound.attach(widened(source), start, end)) {
+                return false;
+            }
+            return sound.trimmed ? container.trimSpatialData(file, block.offset, sound)
+                                 : container.appendSpatialData(file, block.offset, block.boxSize);
+        };
+        return withBoxOf(source, "uuid.ZADT", append)
+                   ? session.done("spatial sound of " + source + " put in")
+                   : session.failed("the spatial sound could not be put in");
+    };
+}
+
+namespace {
+
+/// Takes the stretch of a file's sound that the command line names; whether there is any.
+bool takeStretch(Session& session, MP4::SpatialSound& sound) {
+    const Options& given = session.options;
+    // From 0 to the end there would be nothing to cut; from the least time above 0 it is the same sound.
+    const double least = std::numeric_limits<double>::denorm_min();
+    const double start = given.end < 0 ? std::max(given.start, least) : given.start;
+    session.container.keepContents = false;
+    return session.container.attach(session.path) && sound.attach(session.path, start, given.end) &&
+           sound.trimmed;
+}
+
+using Dump = uint64_t (*)(const MP4::SpatialSound&, const MP4::Container&, const std::wstring&);
+
+/// `dump` gives the size that the file should have: the dumps themselves tell nothing.
+Work dumping(Dump dump) {
+    return [dump](Session& session) {
+        MP4::SpatialSound sound;
+        if (!takeStretch(session, sound)) {
+            return session.failed("has no such sound");
+        }
+        return writeFile(session, [&](const std::wstring& path) {
+            const uint64_t size = dump(sound, session.container, path);
+            uint64_t written = 0;
+            return Brisa::FileIO::open(path, [&](Brisa::FileIO& file) { written = file.length(); }) &&
+                   written == size;
+        });
+    };
+}
+
+} // namespace
+
+Work soundToWav(const Options&) {
+    return dumping(
+        [](const MP4::SpatialSound& sound, const MP4::Container& container, const std::wstring& out) {
+            constexpr uint64_t wavHeader = 44;
+            sound.dumpWAV(container, out);
+            return wavHeader + sound.endOffset - sound.startOffset;
+        });
+}
+
+Work soundTrack(const Options&) {
+    return dumping([](const MP4::SpatialSound& sound, const MP4::Container&, const std::wstring& out) {
+        sound.dump(out);
+        return uint64_t{sound.trimmedTrack.size()};
+    });
+}
+
+} // namespace edit
