@@ -10,7 +10,7 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 
 from commands import COMMANDS
-from conftest import REMARKS, SANITIZED, run
+from conftest import BIN, REMARKS, SANITIZED, run
 
 # The calls on files that the programs make, and what each may fail with. A line: several names of one call.
 READING, WRITING = ("EINTR", "EIO"), ("EINTR", "EIO", "ENOSPC")
@@ -22,6 +22,7 @@ CALLS = {
 ERRORS = {name: errors for names, errors in CALLS.items() for name in names.split()}
 HARMLESS = {"access", "chdir", "execve", "fadvise64", "fcntl", "getcwd", "ioctl", "mmap", "readlink"}
 LOOKING = {"read", "pread64", "lseek", "newfstatat", "fstat"}
+ALLOCATOR = str(BIN / "libfail_allocation.so")
 LEFT_BY_THE_DEAD = re.compile(r"\.tmp\.mp4$|\.part$")
 # A sanitizer makes each of these processes ten times as slow.
 SHARE = 15 if SANITIZED else 1
@@ -62,7 +63,6 @@ class Trials:
         self.before = self.state(self.prepared())
         self.status, self.after, self.output, self.others = self.run()
         assert self.status == 0, (name, self.output)
-        self.calls = self.trace()
 
     def prepared(self):
         folder = self.root / str(threading.get_ident())
@@ -74,10 +74,10 @@ class Trials:
         path = folder / self.command.target
         return (path.read_bytes(), path.stat().st_mode) if path.exists() else None
 
-    def run(self, *tracer):
+    def run(self, *tracer, **environment):
         """Status, state of the target, output, and what else the folder holds."""
         folder = self.prepared()
-        result = run(*tracer, *self.command.arguments(folder), cwd="/", env={**os.environ, "ASAN_OPTIONS": "detect_leaks=0"})
+        result = run(*tracer, *self.command.arguments(folder), cwd="/", env={**os.environ, "ASAN_OPTIONS": "detect_leaks=0", **environment})
         others = {path.name: path.read_bytes() for path in folder.iterdir() if path.name != self.command.target}
         return result.returncode, self.state(folder), result.stdout.replace(bytes(folder), b""), others
 
@@ -111,19 +111,38 @@ class Trials:
 
     def chosen(self):
         """Of calls that only look, or of one name, one after the other: the first and the last."""
-        for _, calls in itertools.groupby(self.calls, lambda call: call[0] in LOOKING or call[0]):
+        for _, calls in itertools.groupby(self.trace(), lambda call: call[0] in LOOKING or call[0]):
             calls = list(calls)
             yield from calls[:: max(1, len(calls) - 1)]
 
-    def objection(self, fault):
-        """What is wrong behind a fault; nothing if the file is the old or the new one, as the status says, and all else as it was."""
+    def failing(self, fault):
+        """What is wrong when calls fail."""
         log = self.root / f"{threading.get_ident()}.log"
         injections = [part for injection in fault.injections for part in ("-e", "inject=" + injection)]
         trace = "trace=" + ",".join(sorted({injection.partition(":")[0] for injection in fault.injections}))
-        status, state, output, others = self.run("strace", "-qq", "-o", log, "-e", trace, *injections)
+        outcome = self.run("strace", "-qq", "-o", log, "-e", trace, *injections)
         text = log.read_text(errors="replace")
         failed = set(re.findall(r"^(\w+)\(.*INJECTED", text, re.M)) | ({"kill"} if "SIGKILL" in text else set())
         self.met.update(failed)
+        return self.objection(fault, failed, *outcome)
+
+    def allocations(self):
+        """How many there are, and each way to let them fail: of many, a sample."""
+        count = self.root / "count"
+        self.run(LD_PRELOAD=ALLOCATOR, FAIL_FOLDER=str(self.root), FAIL_COUNT=str(count))
+        number = int(count.read_text())
+        assert number > 0, self.name
+        for at in sorted({*range(1, min(number, 20) + 1), *range(20, number + 1, max(1, number // 40)), number}):
+            yield Fault(f"no memory at {at} of {number}", {"FAIL_AT": str(at)})
+            yield Fault(f"no memory from {at} of {number} on", {"FAIL_AT": str(at), "FAIL_REST": ""})
+
+    def starving(self, fault):
+        """What is wrong when memory runs out."""
+        outcome = self.run(LD_PRELOAD=ALLOCATOR, FAIL_FOLDER=str(self.root), **fault.injections)
+        return self.objection(fault, {"malloc"}, *outcome)
+
+    def objection(self, fault, failed, status, state, output, others):
+        """Nothing if the file is the old or the new one, as the status says, and all else as it was."""
         if fault.files:
             others = {path: content for path, content in others.items() if path in self.others or not LEFT_BY_THE_DEAD.search(path)}
         if not failed:
@@ -142,15 +161,25 @@ class Trials:
         return None if right else f"{self.name}, {fault.name}: status {status}, {known.get(state, state)}"
 
 
-@pytest.mark.skipif(run("strace", "-qq", "-o", os.devnull, "true").returncode != 0, reason="this system lets no process be traced")
-def test_every_call_of_every_command_fails(tmp_path):
+def judge(tmp_path, faults_of, objection_of, pending):
+    """Lets every command fail in every way, on all processors; what was found beyond what is known fails the test."""
     with ThreadPoolExecutor(os.cpu_count()) as pool:
         trials = list(pool.map(lambda row: Trials(*row, tmp_path), COMMANDS.items()))
-        faults = [(trial, fault) for trial in trials for fault in trial.faults()][::SHARE]
-        found = [told for told in pool.map(lambda pair: pair[0].objection(pair[1]), faults) if told]
-    objections = [told for told in found if not PENDING.search(told)]
+        faults = [(trial, fault) for trial in trials for fault in faults_of(trial)][::SHARE]
+        found = [told for told in pool.map(lambda pair: objection_of(*pair), faults) if told]
+    objections = [told for told in found if not pending.search(told)]
     assert not objections, "\n".join([f"{len(objections)} of {len(faults)}", *objections[:50]])
     REMARKS.append(f"{len(faults)} runs of {len(trials)} commands, {len(found)} end in a way that is not mended yet")
+
+
+@pytest.mark.skipif(run("strace", "-qq", "-o", os.devnull, "true").returncode != 0, reason="this system lets no process be traced")
+def test_every_call_of_every_command_fails(tmp_path):
+    judge(tmp_path, Trials.faults, Trials.failing, PENDING)
     REMARKS.append("failed calls: " + ", ".join(f"{name} {count}" for name, count in Trials.met.most_common()))
     unmet = [names for names in CALLS if not any(Trials.met[name] for name in names.split())]
     assert not unmet or SANITIZED, f"never failed: {unmet}"
+
+
+@pytest.mark.skipif(SANITIZED, reason="a sanitizer has an allocator of its own")
+def test_every_command_runs_out_of_memory(tmp_path):
+    judge(tmp_path, Trials.allocations, Trials.starving, re.compile(PENDING.pattern + "|status [1-9].*the new file"))
