@@ -71,15 +71,6 @@ Bytes handler(const Bytes& name) {
 
 } // namespace
 
-TEST(Dump, PrintsALineForEachBox) {
-    const Bytes content = cat({box("ftyp", {zeros(16)}), box("moov", {fullBox("mvhd", 0, {zeros(96)})})});
-    EXPECT_EQ(Parsed(content).dump(), "MP4: == 'root': start=0 bytes=140 ==\n"
-                                      "MP4: <'ftyp': start=0 bytes=24 >\n"
-                                      "MP4: <'moov': start=24 bytes=116 children=1 >\n"
-                                      "MP4:     <'mvhd': start=32 bytes=108 timeStamp=0 >\n");
-    EXPECT_EQ(Parsed(content, 30).dump(), "MP4: == 'root': start=0 bytes=30 ==\nMP4: <'ftyp': start=0 bytes=24 >\n");
-}
-
 TEST_P(Dump, ShowsWhatTheBytesMean) {
     const Bytes& content = GetParam().content;
     EXPECT_EQ(inShort(Parsed(content).dump()), GetParam().rows);
@@ -90,39 +81,19 @@ INSTANTIATE_TEST_SUITE_P(
     Headers, Dump,
     testing::Values(
         DumpCase{"TailOfSevenBytes", cat({box("free"), zeros(3), "tail"}), "0 free 0+8; "},
-        DumpCase{"OpenEnded", cat({box("free"), withSize(box("mdat", {zeros(100)}), 0)}), "0 free 0+8; 0 mdat 8+108; "},
         DumpCase{"LargeSize", cat({largeBox("mdat", {zeros(4)}), box("free")}), "0 mdat 0+20; 0 free 20+8; "},
-        DumpCase{"LargeSizeZero", cat({u32(1), "mdat", u64(0), box("free")}), ""},
-        DumpCase{"BeyondWhatCanBeSought", cat({u32(1), "moov", u64(~0ULL - 15), u32(1), "free", u64(1ULL << 63), box("free")}),
-                 "0 moov 0+18446744073709551600 children=1; 1 free 16+9223372036854775808; "},
-        DumpCase{"ZeroTypeEndsTheScan", cat({box("free"), u32(8), zeros(4), box("free")}), "0 free 0+8; "},
-        DumpCase{"SmallSizesAdvance", cat({withSize(box("free"), 4), "dmoo"}), "0 free 0+4; 0 dmoo 4+1718773093; "},
         DumpCase{"ChildPastItsParent", cat({withSize(box("moov", {box("trak", {tkhd(2)})}), 16), zeros(8)}),
                  "0 moov 0+16 children=1; 1 trak 8+100 children=1; 2 tkhd 16+92 timeStamp=0 width=2 height=360; 0 tkhd 16+92; "},
-        DumpCase{"ClassDependsOnThePlace", cat({box("trak", {tkhd(1)}), box("udta", {box("meta")}), fullBox("meta", 0, {box("free")})}),
-                 "0 trak 0+100; 0 udta 100+16; 0 meta 116+20 children=1; 1 free 128+8; "},
-        DumpCase{
-            "LyingContentsHideNothing", cat({sampleTable({fullBox("stts", 0, {u32(2'000'000)})}), box("mdat")}),
-            "0 moov 0+56 children=1; 1 trak 8+48 children=1; 2 mdia 16+40 children=1; 3 minf 24+32 children=1; 4 stbl 32+24 children=1; "
-            "5 stts 40+16 entryCount=2000000; 0 mdat 56+8; "},
         DumpCase{"SpatialDataHasChildren", uuidBox(MP4::SpatialData::_UUID, {box("ZADT"), box("ZATR", {box("mdia")})}),
-                 "0 uuid 0+48 uuid=28F311E2-B791-4F6F-94E2-4F5DEACB3C01; 1 ZADT 24+8; 1 ZATR 32+16 children=1; 2 mdia 40+8 children=0; "},
-        DumpCase{"NoRoomForAnIdentity", cat({box("uuid", {"short"}), box("free")}),
-                 "0 uuid 0+13 uuid=00000000-0000-0000-0000-000000000000; 0 free 13+8; "}),
+                 "0 uuid 0+48 uuid=28F311E2-B791-4F6F-94E2-4F5DEACB3C01; 1 ZADT 24+8; 1 ZATR 32+16 children=1; 2 mdia 40+8 children=0; "}),
     nameOf<DumpCase>);
 
 INSTANTIATE_TEST_SUITE_P(
     Fields, Dump,
     testing::Values(
-        DumpCase{"MediaHeader1", mediaHeader(1, {u64(3'600'000'000), u64(0), u32(24000), u64(48048)}),
-                 "0 moov 0+64 children=1; 1 trak 8+56 children=1; 2 mdia 16+48 children=1; "
-                 "3 mdhd 24+40 timeStamp=3600000000 duration=48048.000000 time_scale=24000.000000; "},
         DumpCase{"MediaHeader2IsReadAs0", mediaHeader(2, {u32(7), u32(0), u32(600), u32(60)}),
                  "0 moov 0+52 children=1; 1 trak 8+44 children=1; 2 mdia 16+36 children=1; "
                  "3 mdhd 24+28 timeStamp=7 duration=60.000000 time_scale=600.000000; "},
-        DumpCase{"TrackHeaderTruncates",
-                 box("moov", {box("trak", {fullBox("tkhd", 1, {u64(5), zeros(76), u32(0x07808000), u32(0xFFFE8000)})})}),
-                 "0 moov 0+120 children=1; 1 trak 8+112 children=1; 2 tkhd 16+104 timeStamp=5 width=1920 height=4294967295; "},
         DumpCase{"UserData",
                  box("moov", {box("udta", {locationText("+35.6895+139.6917/"), box("\xA9xyz", {u16(9)}), box("@xyz"),
                                            fullBox("loci", 0, {zeros(4), u32(0x008B0000), u32(0xFFDC8000), u32(0x000C8000)}),
@@ -162,6 +133,14 @@ TEST(Fields, AreReadFromTheirOwnBoxAlone) {
         return true;
     });
     EXPECT_THAT(handlers, testing::ElementsAre(MP4::fourcc("mdir"), 0));
+    const Bytes flat = fullBox("loci", 0, {zeros(4), u32(0x10000), u32(0x20000)});
+    Parsed places(box("moov", {box("udta", {flat, fullBox("loci", 0, {zeros(16)})})}));
+    std::vector<bool> altitudes;
+    places->find("moov.udta.loci", [&altitudes](MP4::BOX& found) {
+        altitudes.push_back(MP4::as<MP4::LOCI>(found)->hasAltitude);
+        return MP4::as<MP4::LOCI>(found)->hasPosition;
+    });
+    EXPECT_THAT(altitudes, testing::ElementsAre(false, true));
     Parsed limited(box("moov", {box("udta", {locationText("+35.6895+139.6917/")})}), 40);
     EXPECT_EQ(limited.at<MP4::XYZ>("moov.udta.\xA9xyz").text, zeros(18));
 }

@@ -76,12 +76,12 @@ uint64_t BOX::end() const {
     return boxSize > ~uint64_t{0} - offset ? ~uint64_t{0} : offset + boxSize;
 }
 
-uint64_t BOX::wholeEnd(uint64_t length) const {
-    uint64_t whole = length;
+uint64_t BOX::endWithin(uint64_t length) const {
+    uint64_t within = length;
     for (const BOX* around = this; around != nullptr; around = around->parent) {
-        whole = std::min(whole, around->end());
+        within = std::min(within, around->end());
     }
-    return whole;
+    return within;
 }
 
 void BOX::enter(BinFile& file, uint64_t limit) const {

@@ -27,7 +27,7 @@ bool writeCreationTime(const BOX& header, uint8_t version, BinFile& file, uint64
     constexpr uint64_t versionAndFlags = 4;
     const uint64_t field = header.offset + header.headerSize() + versionAndFlags;
     const uint64_t width = version == 1 ? 8 : 4;
-    if (header.wholeEnd(file.length()) >= field + width) {
+    if (header.endWithin(file.length()) >= field + width) {
         const uint64_t back = file.position();
         if (file.seek_set(field)) {
             width == 8 ? file.write64(time) : file.write32(time & 0xFFFFFFFF);

@@ -25,44 +25,39 @@ void append(ByteArray& output, Integer value) {
 
 /// Appends the next `count` bytes of the file.
 bool appendFrom(FileIO& file, uint64_t count, ByteArray& output) {
-    ByteArray bytes(count);
-    const bool read = file.readAll(bytes.data(), count) == count;
-    output.append(bytes);
-    return read;
+    const size_t at = output.size();
+    output.resize(at + count);
+    return file.readAll(output.data() + at, count) == count;
 }
 
-/// Runs the steps that append a box on the container's file; how many bytes they appended, 0 on failure.
-template <class Steps>
-unsigned int bytesAppended(const Container& container, const ByteArray& output, Steps steps) {
-    const size_t before = output.size();
-    bool done = false;
-    container.open([&](FileIO& file) { done = steps(file); });
-    return done ? static_cast<unsigned int>(output.size() - before) : 0;
+/// Whether the box lies within the boxes around it, and within the file.
+bool isWhole(const Container& container, const BOX& box) {
+    return box.endWithin(container.root->boxSize) == box.end();
 }
 
-/// A full box whose header comes from the file and whose body is a row of 32-bit numbers.
-unsigned int appendNumbers(const Container& container, const BOX& box, const std::vector<uint32_t>& numbers,
-                           ByteArray& output) {
-    ByteArray body(numbers.size() * sizeof(uint32_t));
-    for (size_t i = 0; i < numbers.size(); ++i) {
-        storeBigEndian(&body[i * sizeof(uint32_t)], numbers[i]);
+/// How many chunk-offset tables a track has: more than one in a damaged file only, where each of them would
+/// be rebuilt as long as the sound is.
+int chunkTables(const NestedBox& track) {
+    int tables = 0;
+    for (const char* const path : {"mdia.minf.stbl.stco", "mdia.minf.stbl.co64"}) {
+        track.find(path, [&tables](BOX&) {
+            ++tables;
+            return true;
+        });
     }
-    return bytesAppended(container, output, [&](FileIO& file) {
-        const auto size = static_cast<unsigned int>(fullBoxHeader + body.size());
-        const bool begun = SpatialSound::writeFullBoxHeader(box, file, output, size);
-        output.append(body);
-        return begun;
-    });
+    return tables;
 }
 
 } // namespace
 
 BOX* firstSpatialBox(const Container& container, const char* path, uint64_t size) {
     BOX* found = nullptr;
-    container.find(path, [&](BOX& box) {
-        found = found == nullptr && box.boxSize >= size ? &box : found;
-        return found == nullptr;
-    });
+    if (container.root) {
+        container.root->find(path, [&](BOX& box) {
+            found = box.boxSize >= size ? &box : nullptr;
+            return found == nullptr ? Search::next : Search::stop;
+        });
+    }
     return found;
 }
 
@@ -74,69 +69,99 @@ void SpatialSound::clear() {
 
 bool SpatialSound::attach(const std::wstring& path, double start, double end) {
     clear();
-    if (!std::isfinite(start) || !std::isfinite(end)) {
+    if (!std::isfinite(start) || !std::isfinite(end) || (end >= 0 && start > end)) {
         return false;
     }
     if (start <= 0 && end < 0) {
         return true;
-    }
-    start = std::max(start, 0.0);
-    if (end >= 0 && start > end) {
-        return false;
     }
     Container container;
     container.keepContents = false;
     if (!container.attach(path) || container.incomplete()) {
         return false;
     }
-    const BOX* const data = firstSpatialBox(container, "uuid.ZADT", withContent);
-    if (data == nullptr || data->boxSize <= data->headerSize()) {
+    const bool located = locate(container);
+    if (dataLength == 0) {
         return true;
     }
-    dataOffset = data->offset + data->headerSize();
-    const uint64_t length = data->boxSize - data->headerSize();
-    if (length > UINT32_MAX) {
-        Console::err(L"MP4: spatial data of %llu bytes are too long to be trimmed.\n",
-                     static_cast<unsigned long long>(length));
+    trimmed = located && cover(start, end) && buildTrimmedZATR(container);
+    if (!trimmed) {
+        clear();
         return false;
     }
-    const auto* const header =
-        static_cast<MDHD*>(firstSpatialBox(container, "uuid.ZATR.mdia.mdhd", withContent));
+    return true;
+}
+
+bool SpatialSound::locate(const Container& container) {
+    clear();
+    const BOX* const data = firstSpatialBox(container, "uuid.ZADT", sizeWithContent);
+    if (data == nullptr || data->boxSize <= data->headerSize()) {
+        return false;
+    }
+    dataOffset = data->offset + data->headerSize();
+    dataLength = data->boxSize - data->headerSize();
+    const auto* const header = as<MDHD>(firstSpatialBox(container, "uuid.ZATR.mdia.mdhd", sizeWithContent));
     const auto* const sizes =
-        static_cast<STSZ*>(firstSpatialBox(container, "uuid.ZATR.mdia.minf.stbl.stsz", withContent));
-    const uint32_t timeScale = header != nullptr ? header->time_scale : 0;
+        as<STSZ>(firstSpatialBox(container, "uuid.ZATR.mdia.minf.stbl.stsz", sizeWithContent));
+    const auto* const entry =
+        as<SOWT>(firstSpatialBox(container, "uuid.ZATR.mdia.minf.stbl.stsd.sowt", sizeWithContent));
+    timeScale = header != nullptr ? header->time_scale : 0;
     sampleSize = sizes != nullptr ? sizes->sampleSize : 0;
+    channels = entry != nullptr ? entry->channel_count : 0;
+    const bool whole = isWhole(container, *data);
+    if (!whole) {
+        Console::err(L"MP4: %ls: the spatial data are cut off.\n", container.path.c_str());
+    }
+    return whole;
+}
+
+bool SpatialSound::cover(double start, double end) {
+    startOffset = endOffset = sampleCount = chunkCount = lastChunkBytes = 0;
     if (timeScale == 0 || sampleSize == 0) {
         Console::out(L"No Spatial Metadata.\n");
         return false;
     }
-    const auto within = [&](double seconds, uint32_t& offset) {
-        const double samples = std::trunc(seconds * timeScale);
-        const bool inside = samples <= static_cast<double>(length / sampleSize);
-        offset = inside ? static_cast<uint32_t>(samples) * sampleSize : 0;
-        return inside;
-    };
-    endOffset = static_cast<uint32_t>(length);
-    if (!within(start, startOffset) || (end >= 0 && !within(end, endOffset))) {
+    if (dataLength > UINT32_MAX) {
+        Console::err(L"MP4: spatial data of %llu bytes are too long to be trimmed.\n",
+                     static_cast<unsigned long long>(dataLength));
         return false;
     }
-    const uint32_t kept = endOffset - startOffset;
-    if (kept % sampleSize != 0) {
+    const auto samples = static_cast<double>(dataLength / sampleSize);
+    const double first = std::trunc(std::max(start, 0.0) * timeScale);
+    const double last = end < 0 ? samples : std::trunc(end * timeScale);
+    const bool within = first <= last && last <= samples; // not so where one of them is no number
+    if (!within || (end < 0 && dataLength % sampleSize != 0)) {
         return false;
     }
     const uint64_t chunkBytes = uint64_t{samplesPerChunk} * sampleSize;
+    startOffset = static_cast<uint32_t>(first) * sampleSize;
+    endOffset = static_cast<uint32_t>(last) * sampleSize;
+    const uint32_t kept = endOffset - startOffset;
     sampleCount = kept / sampleSize;
     chunkCount = static_cast<uint32_t>(kept / chunkBytes) + 1;
     lastChunkBytes = static_cast<uint32_t>(kept % chunkBytes);
-    trimmed = buildTrimmedZATR(container);
-    return trimmed;
+    return true;
 }
 
 bool SpatialSound::buildTrimmedZATR(const Container& container) {
     trimmedTrack.clear();
-    const BOX* const track = firstSpatialBox(container, "uuid.ZATR", withContent);
-    unsigned int size = 0;
-    return sampleSize != 0 && track != nullptr && copyBox(container, *track, trimmedTrack, size);
+    const auto* const track = as<TRAK>(firstSpatialBox(container, "uuid.ZATR", sizeWithContent));
+    if (sampleSize == 0 || track == nullptr || !isWhole(container, *track)) {
+        return false;
+    }
+    if (chunkTables(*track) > 1) {
+        Console::err(L"MP4: %ls: the spatial track has more than one chunk-offset table.\n",
+                     container.path.c_str());
+        return false;
+    }
+    bool built = false;
+    container.open([&](FileIO& file) {
+        unsigned int size = 0;
+        source = &file;
+        built = copyBox(container, *track, trimmedTrack, size);
+        source = nullptr;
+    });
+    return built;
 }
 
 bool SpatialSound::writeTrimmedZATR(FileIO& file) const {
@@ -180,12 +205,39 @@ bool SpatialSound::copyAndModify(const Container& container, const BOX& box, Byt
         size = modifySTSZ(container, *stsz, output);
     } else if (const auto* const stts = dynamic_cast<const STTS*>(&box)) {
         size = modifySTTS(container, *stts, output);
-    } else if (box.wholeEnd(container.root->boxSize) == box.end()) { // no byte is copied twice
+    } else if (isWhole(container, box)) { // what reaches into its neighbours would be copied with them again
         size = bytesAppended(container, output, [&](FileIO& file) {
             return file.seek_set(box.offset) && appendFrom(file, box.boxSize, output);
         });
     }
     return size != 0;
+}
+
+unsigned int SpatialSound::bytesAppended(const Container& container, const ByteArray& output,
+                                         const std::function<bool(FileIO&)>& steps) const {
+    const size_t before = output.size();
+    bool done = false;
+    if (source != nullptr) {
+        done = steps(*source);
+    } else {
+        container.open([&](FileIO& file) { done = steps(file); });
+    }
+    return done ? static_cast<unsigned int>(output.size() - before) : 0;
+}
+
+unsigned int SpatialSound::appendNumbers(const Container& container, const BOX& box,
+                                         const std::vector<uint32_t>& numbers, ByteArray& output) const {
+    return bytesAppended(container, output, [&](FileIO& file) {
+        const auto size = static_cast<unsigned int>(fullBoxHeader + numbers.size() * sizeof(uint32_t));
+        const bool begun = writeFullBoxHeader(box, file, output, size);
+        size_t at = output.size();
+        output.resize(at + numbers.size() * sizeof(uint32_t));
+        for (const uint32_t number : numbers) {
+            storeBigEndian(&output[at], number);
+            at += sizeof number;
+        }
+        return begun;
+    });
 }
 
 bool SpatialSound::writeFullBoxHeader(const BOX& box, FileIO& file, ByteArray& output, unsigned int size) {

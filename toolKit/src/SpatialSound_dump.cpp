@@ -42,24 +42,28 @@ ByteArray wavHeader(uint32_t sampleSize, uint32_t dataSize) {
 
 } // namespace
 
-void SpatialSound::dump(const std::wstring& path) const {
-    Brisa::FileIO::open_w(path, [this](Brisa::FileIO& file) { writeTrimmedZATR(file); });
+bool SpatialSound::dump(const std::wstring& path) const {
+    bool written = false;
+    Brisa::FileIO::open_w(path, [&](Brisa::FileIO& file) { written = writeTrimmedZATR(file); });
+    return written;
 }
 
-void SpatialSound::dumpWAV(const Container& container, const std::wstring& path) const {
+bool SpatialSound::dumpWAV(const Container& container, const std::wstring& path) const {
     const uint32_t dataSize = endOffset - startOffset;
     const ByteArray header = wavHeader(sampleSize, dataSize);
+    const bool sound = firstSpatialBox(container, "uuid.ZADT", sizeWithContent) != nullptr;
+    bool written = false;
     Brisa::FileIO::open_w(path, [&](Brisa::FileIO& wav) {
-        wav.writeAll(header.data(), header.size());
-        if (firstSpatialBox(container, "uuid.ZADT", withContent) == nullptr) {
+        written = wav.writeAll(header.data(), header.size()) == header.size();
+        if (!written || !sound) {
             return;
         }
+        written = false;
         container.open([&](Brisa::FileIO& file) {
-            if (file.seek_set(dataOffset + startOffset)) {
-                file.copyTo(wav, dataSize);
-            }
+            written = file.seek_set(dataOffset + startOffset) && file.copyTo(wav, dataSize) == dataSize;
         });
     });
+    return written;
 }
 
 } // namespace MP4
