@@ -28,6 +28,7 @@ Status dump(Session& session, const std::wstring& path, bool) {
     if (!session.container.attach(path)) {
         return session.failed("could not be opened");
     }
+    const Messages::Printed printed;
     session.container.dump();
     return session.container.incomplete() ? session.failedFor("could not be read whole; boxes may be missing")
                                           : session.done("");

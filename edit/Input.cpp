@@ -98,7 +98,7 @@ std::optional<int64_t> calendarTime(const std::string& text) {
 } // namespace
 
 std::wstring widened(const std::string& path) {
-    return Brisa::wchar::mbs2wcs(path);
+    return Brisa::wchar::fromBytes(path);
 }
 
 std::string contentOf(const std::string& path) {
@@ -140,7 +140,7 @@ bool withBoxOf(const std::string& path, const char* boxPath,
     other.keepContents = false;
     errno = 0;
     if (!other.attach(widened(path))) {
-        throw Failure(path + ": could not be opened: " + systemReason(errno));
+        throw Failure(path + ": could not be opened: " + Messages::reason());
     }
     const MP4::BOX* const box = other.root->first(boxPath);
     if (box == nullptr || box->wholeEnd(other.root->boxSize) != box->end()) {

@@ -10,29 +10,56 @@ namespace edit {
 
 using Brisa::FileIO;
 
-Draft::Draft(const std::string& place_, bool mayReplace)
-    : name(place_), place(widened(place_)), draft(place + L".part") {
+namespace {
+
+[[noreturn]] void refuse(const std::string& place) {
+    throw Failure(place + " is there already", Status::refused);
+}
+
+[[noreturn]] void fail(const std::string& place) {
+    throw Failure(place + ": could not be written: " + systemReason(errno));
+}
+
+} // namespace
+
+Draft::Draft(const std::string& place_, bool mayReplace_, Brisa::NewFile::Access access)
+    : place(place_), mayReplace(mayReplace_) {
     std::error_code missing;
-    if (std::filesystem::exists(std::filesystem::symlink_status(name, missing)) && !mayReplace) {
-        throw Failure(name + " is there already; --force replaces it", Status::refused);
+    const auto status = std::filesystem::symlink_status(place, missing);
+    if (std::filesystem::exists(status) && !(mayReplace && std::filesystem::is_regular_file(status))) {
+        mayReplace ? throw Failure(place + ": is no plain file, and stays") : refuse(place);
     }
-    if (!FileIO::isFree(place) || !FileIO::isFree(draft)) {
-        throw Failure(name + ": no place for a new file");
+    const std::unique_ptr<Brisa::NewFile> file = Brisa::NewFile::beside(widened(place), access);
+    if (file == nullptr) {
+        fail(place);
     }
+    draft = file->path();
+    file->keep();
 }
 
 Draft::~Draft() {
-    if (!inPlace) {
+    if (!draft.empty()) {
         FileIO::unlink(draft);
     }
 }
 
+bool Draft::copyOf(const std::wstring& source) const {
+    bool copied = false;
+    FileIO::open(source, [&](FileIO& from) {
+        FileIO::open_a(draft, [&](FileIO& to) {
+            const uint64_t length = from.length();
+            copied = from.copyTo(to, length) == length && !from.failed() && to.adopt(from);
+        });
+    });
+    return copied;
+}
+
 void Draft::finish() {
-    errno = 0;
-    inPlace = FileIO::rename(draft, place);
-    if (!inPlace) {
-        throw Failure(name + ": could not be written: " + systemReason(errno));
+    const std::wstring wide = widened(place);
+    if (!(mayReplace ? FileIO::rename(draft, wide) : FileIO::renameNew(draft, wide))) {
+        errno == EEXIST ? refuse(place) : fail(place);
     }
+    draft.clear();
 }
 
 Status writeResult(Session& session, const std::function<bool(const Sink&)>& write) {

@@ -4,28 +4,33 @@
 #include <string>
 #include <string_view>
 
+#include "Brisa/BrisaNewFile.h"
 #include "Session.h"
 
 namespace edit {
 
-/// A new file, written beside the place that it is for; gone with the object unless it got there.
+/// A new file, written under a name that nobody has beside the place that it is for; gone with the object
+/// unless it got there.
 class Draft {
 public:
-    /// Throws Failure where a file is already, unless it may be replaced, or where none can be.
-    Draft(const std::string& place, bool mayReplace);
+    /// Makes an empty file. Throws Failure where a file is at `place` already, unless it may be replaced, and
+    /// where none can be made. It can be read by others as usual, or only by its owner until it adopts more.
+    Draft(const std::string& place, bool mayReplace,
+          Brisa::NewFile::Access access = Brisa::NewFile::Access::usual);
     Draft(const Draft&) = delete;
     Draft& operator=(const Draft&) = delete;
     ~Draft();
 
     [[nodiscard]] const std::wstring& path() const { return draft; }
+    /// Fills it with a copy of a file, attributes included; whether that succeeded.
+    [[nodiscard]] bool copyOf(const std::wstring& source) const;
     /// Puts the file in its place. Throws Failure.
     void finish();
 
 private:
-    const std::string name;
-    const std::wstring place;
-    const std::wstring draft;
-    bool inPlace = false;
+    const std::string place;
+    const bool mayReplace;
+    std::wstring draft;
 };
 
 using Sink = std::function<bool(std::string_view)>; ///< takes a piece of a result; false once that has failed

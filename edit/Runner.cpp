@@ -9,6 +9,7 @@
 
 #include "Brisa/BrisaFileIO.h"
 #include "Input.h"
+#include "Messages.h"
 #include "Output.h"
 
 namespace edit {
@@ -16,6 +17,7 @@ namespace edit {
 namespace {
 
 using Brisa::FileIO;
+using Brisa::NewFile;
 
 /// Of two verdicts the one that a caller must know of.
 Status worse(Status one, Status other) {
@@ -48,19 +50,24 @@ std::vector<std::string> filesIn(const std::string& list, bool zeroBytes) {
     return files;
 }
 
+/// When a file was last changed; unknown times are not restored.
+class Times {
+public:
+    explicit Times(const std::string& path) : changed(std::filesystem::last_write_time(path, unknown)) {}
+    void restore(const std::string& path) const {
+        std::error_code error = unknown;
+        if (!error) {
+            std::filesystem::last_write_time(path, changed, error);
+        }
+    }
+
+private:
+    std::error_code unknown;
+    std::filesystem::file_time_type changed;
+};
+
 bool looksLikeMp4(const MP4::Container& container) {
     return container.moov != nullptr || container.mdat != nullptr || container.root->first("ftyp") != nullptr;
-}
-
-bool copyFile(const std::wstring& from, const std::wstring& to) {
-    bool copied = false;
-    FileIO::open(from, [&](FileIO& source) {
-        FileIO::open_w(to, [&](FileIO& copy) {
-            const uint64_t length = source.length();
-            copied = source.copyTo(copy, length) == length && !source.failed();
-        });
-    });
-    return copied;
 }
 
 } // namespace
@@ -68,6 +75,7 @@ bool copyFile(const std::wstring& from, const std::wstring& to) {
 Runner::Runner(const Command& command_, const Options& options_) : command(command_), options(options_) {}
 
 int Runner::run() {
+    const Messages messages(options.verbose);
     Status worst = Status::done;
     try {
         if (!options.list.empty()) {
@@ -97,6 +105,7 @@ int Runner::run() {
 
 Status Runner::runOn(const std::string& file) {
     Session session(options, file);
+    Messages::begin(file);
     try {
         work(session);
     } catch (const Failure& failure) {
@@ -109,13 +118,18 @@ Status Runner::runOn(const std::string& file) {
 }
 
 void Runner::work(Session& session) {
-    errno = 0;
     if (!command.edits()) {
         chosen(session);
-    } else if (options.output.empty()) {
-        edit(session, session.path);
+        return;
+    }
+    const Times times(session.name);
+    if (options.dryRun || options.output.empty()) {
+        editInPlace(session);
     } else {
         editTo(options.output, session);
+    }
+    if (options.keepTime && session.changed() && !options.dryRun) {
+        times.restore(options.output.empty() ? session.name : options.output);
     }
 }
 
@@ -129,7 +143,26 @@ void Runner::edit(Session& session, const std::wstring& path) {
     } else if (!looksLikeMp4(container)) {
         session.failedFor("is no MP4 file");
     } else {
+        Messages::begin(session.name);
         chosen(session);
+    }
+}
+
+void Runner::editInPlace(Session& session) {
+    if (!options.backup || options.dryRun) {
+        edit(session, session.path);
+        return;
+    }
+    const std::string backup = session.name + "~";
+    Draft copy(backup, false, NewFile::Access::owner);
+    if (!copy.copyOf(session.path)) {
+        session.failed(backup + " could not be written");
+        return;
+    }
+    copy.finish();
+    edit(session, session.path);
+    if (!session.changed()) {
+        FileIO::unlink(widened(backup));
     }
 }
 
@@ -140,13 +173,13 @@ void Runner::editTo(const std::string& output, Session& session) {
             throw WrongArguments(output + ": is what the result is made from");
         }
     }
-    Draft draft(output, options.force);
-    bool copied = command.form == Form::rewrites || copyFile(session.path, draft.path());
+    Draft draft(output, options.force, NewFile::Access::owner);
+    bool copied = command.form == Form::rewrites || draft.copyOf(session.path);
     if (copied && command.form == Form::rewrites) {
         session.container.outputPath = draft.path().c_str();
         edit(session, session.path);
         const bool written = session.container.outputPath == nullptr;
-        copied = session.status() != Status::done || written || copyFile(session.path, draft.path());
+        copied = session.status() != Status::done || written || draft.copyOf(session.path);
     } else if (copied) {
         edit(session, draft.path());
     }

@@ -18,6 +18,7 @@ private:
     Status runOn(const std::string& file);
     void work(Session& session);
     void edit(Session& session, const std::wstring& path);
+    void editInPlace(Session& session);
     void editTo(const std::string& output, Session& session);
     void tell(const Session& session) const;
     void tell(const std::string& name, const std::string& text) const;

@@ -1,7 +1,6 @@
 #include "Session.h"
 
 #include <cstdio>
-#include <system_error>
 #include <utility>
 
 #include "Input.h"
@@ -18,6 +17,7 @@ Status Session::end(Status status, std::string text) {
 }
 
 Status Session::done(std::string text) {
+    altered = true;
     return end(Status::done, std::move(text));
 }
 
@@ -38,8 +38,8 @@ Status Session::found(std::string text) {
 }
 
 Status Session::failed(const std::string& tried) {
-    const int error = errno;
-    return end(Status::failed, error != 0 ? tried + ": " + systemReason(error) : tried);
+    const std::string reason = Messages::reason();
+    return end(Status::failed, reason.empty() ? tried : tried + ": " + reason);
 }
 
 Status Session::failedFor(std::string reason) {
@@ -48,10 +48,6 @@ Status Session::failedFor(std::string reason) {
 
 bool Session::print(std::string_view text) {
     return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-}
-
-std::string systemReason(int error) {
-    return std::generic_category().message(error);
 }
 
 } // namespace edit

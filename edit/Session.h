@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "MP4Container.h"
+#include "Messages.h"
 #include "Options.h"
 
 namespace edit {
@@ -65,16 +66,16 @@ public:
     static bool print(std::string_view text);
 
     [[nodiscard]] Status status() const { return verdict; }
+    /// Whether the file is another one now.
+    [[nodiscard]] bool changed() const { return altered; }
     [[nodiscard]] const std::string& text() const { return words; }
 
 private:
     Status end(Status status, std::string text);
 
     Status verdict = Status::failed;
+    bool altered = false;
     std::string words;
 };
-
-/// The system's words for an error number.
-std::string systemReason(int error);
 
 } // namespace edit

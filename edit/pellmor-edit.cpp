@@ -1,7 +1,6 @@
 // Everything about a recording, from the shell.
 
 #include <algorithm>
-#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -42,6 +41,8 @@ void addCommand(CLI::App& app, const Command& command, Options& options) {
     if (command.edits()) {
         own.add_option("-o,--output", options.output, "leave FILE as it is and write the result here");
         own.add_flag("--force", options.force, "replace OUTPUT if it is there");
+        own.add_flag("--backup", options.backup, "keep the old file as FILE~");
+        own.add_flag("-P,--preserve-time", options.keepTime, "keep the time of last change");
     }
     own.add_flag("-q,--quiet", options.quiet, "say nothing of what succeeded");
     own.add_flag("-v,--verbose", options.verbose, "tell the toolkit's own messages as well");
@@ -120,7 +121,6 @@ int main(int argc, char** argv) try {
     // A file size limit or a closed pipe makes a write fail; it must not end the process half-way.
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
-    std::setlocale(LC_CTYPE, "");
     return run(std::vector<std::string>(argv + 1, argv + argc));
 } catch (const std::exception& error) {
     std::fprintf(stderr, "pellmor-edit: %s\n", error.what());

@@ -17,7 +17,7 @@ READING, WRITING = ("EINTR", "EIO"), ("EINTR", "EIO", "ENOSPC")
 CALLS = {
     "openat open": WRITING, "read": READING, "write": WRITING, "lseek": READING, "newfstatat fstat": READING, "ftruncate": READING,
     "fsync": WRITING, "flock": READING, "fchmod": READING, "fchown": READING, "rename renameat renameat2": WRITING,
-    "unlink unlinkat": READING, "close": WRITING,
+    "flistxattr fgetxattr fsetxattr fremovexattr": READING, "unlink unlinkat": READING, "close": WRITING,
 }  # fmt: skip
 ERRORS = {name: errors for names, errors in CALLS.items() for name in names.split()}
 HARMLESS = {"access", "chdir", "execve", "fadvise64", "fcntl", "getcwd", "ioctl", "mmap", "readlink"}
@@ -27,7 +27,7 @@ LEFT_BY_THE_DEAD = re.compile(r"\.tmp\.mp4$|\.part$")
 # A sanitizer makes each of these processes ten times as slow.
 SHARE = 15 if SANITIZED else 1
 # What is wrong today when a call fails; a word goes when its command is mended.
-PENDING = re.compile(r"^(set-time|put udta|full-range|put xmp|append-sound|dump|wmap|rmap)|died of signal")
+PENDING = re.compile(r"^(set-time|put udta|full-range|put xmp|append-sound|dump|wmap|rmap)|from fchown|died of signal")
 
 
 Fault = collections.namedtuple("Fault", "name injections tails files", defaults=(False, False))

@@ -62,10 +62,13 @@ std::wstring expressible(std::wstring text) {
 }
 
 void print(Console::Stream stream, const wchar_t* format, std::va_list arguments) try {
-    const ErrnoKept reason;
+    const int reason = errno;
+    const ErrnoKept kept;
     const std::wstring text = formatted(format, arguments);
     if (sink()) {
-        sink()(stream, wchar::toBytes(text));
+        const std::string bytes = wchar::toBytes(text);
+        errno = reason; // the sink may want to tell it
+        sink()(stream, bytes);
         return;
     }
     std::FILE* const file = stream == Console::Stream::out ? stdout : stderr;

@@ -23,7 +23,8 @@ public:
     using Sink = std::function<void(Stream stream, const std::string& text)>;
 
     /// Gets, from now on, each text that would be printed, as the bytes that would reach the stream;
-    /// an empty one has them printed again. Set before threads start; it must not throw.
+    /// an empty one has them printed again. It finds errno as it was when the text was handed over. Set
+    /// before threads start; it must not throw.
     static void setSink(Sink sink);
 
     /// Formats as vswprintf() does, writes to standard output and flushes it, so that a line is

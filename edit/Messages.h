@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+
+namespace edit {
+
+/// The toolkit's own texts: pellmor-edit takes them instead of having them printed, and tells what became of
+/// a file in words of its own. One object a process, for as long as the toolkit is used.
+class Messages {
+public:
+    /// `verbose`: all texts are printed on standard error as well.
+    explicit Messages(bool verbose);
+    ~Messages();
+    Messages(const Messages&) = delete;
+    Messages& operator=(const Messages&) = delete;
+
+    /// Forgets what was said: the work on this file begins.
+    static void begin(const std::string& file);
+    /// Why what was tried since then has failed, as the toolkit or else the system has told it; empty if
+    /// neither has.
+    static std::string reason();
+
+    /// A scope in which the toolkit's results are printed, on standard output.
+    class Printed {
+    public:
+        Printed();
+        ~Printed();
+        Printed(const Printed&) = delete;
+        Printed& operator=(const Printed&) = delete;
+    };
+};
+
+/// The system's words for an error number.
+std::string systemReason(int error);
+
+} // namespace edit
