@@ -7,6 +7,8 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 add_library(pellmor_options INTERFACE)
 target_compile_options(pellmor_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast
+  # g++ 12 fears an overlap within std::string::insert() that cannot be (GCC bug 105651).
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
   $<$<BOOL:${PELLMOR_WERROR}>:-Werror>)
 
 if(PELLMOR_SANITIZE)
@@ -42,6 +44,9 @@ function(pellmor_publish name)
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
     INSTALL_RPATH $ORIGIN)
+  if(PELLMOR_BUILD_PYTHON) # a module is a shared object, and takes the library in
+    set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  endif()
   target_compile_features(${name} PUBLIC cxx_std_20)
   target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:pellmor_options>)
 

@@ -11,6 +11,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
+#include "Describe.h"
 #include "Runner.h"
 
 namespace {
@@ -93,6 +94,9 @@ int run(std::vector<std::string> arguments) {
     Options options;
     for (const Command& command : edit::commands()) {
         addCommand(app, command, options);
+    }
+    if (arguments.size() == 2 && arguments[0] == "--describe") { // what packages are made with
+        return edit::describe(app, arguments[1]) ? 0 : static_cast<int>(Status::wrongArguments);
     }
     if (!arguments.empty() && !arguments[0].starts_with('-') && commandNamed(arguments[0]) == nullptr) {
         return wrongArguments("there is no command '" + arguments[0] + "'; did you mean " +
