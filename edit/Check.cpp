@@ -203,7 +203,7 @@ private:
             return;
         }
         const uint64_t reached = children.empty() ? firstChildOf(box) : children.back()->end();
-        const uint64_t end = box.wholeEnd(length);
+        const uint64_t end = box.endWithin(length);
         if (reached < end &&
             firstNonZero(file, reached, end)) { // zeros pad, and end user data in QuickTime files
             found(reached, bytesOf(end - reached) + " in " + named(box) + " that are no box");
@@ -292,7 +292,7 @@ private:
 std::string formerContent(FileIO& file, const BOX& box, bool behindMedia) {
     std::array<uint8_t, sizeof(MP4::Usertype)> front{};
     const uint64_t from = box.offset + box.headerSize();
-    if (box.wholeEnd(file.length()) < from + front.size() || !file.seek_set(from) ||
+    if (box.endWithin(file.length()) < from + front.size() || !file.seek_set(from) ||
         file.readAll(front.data(), front.size()) != front.size()) {
         return {};
     }

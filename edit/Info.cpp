@@ -33,7 +33,7 @@ class Body {
 public:
     Body(FileIO& file, const BOX& box, size_t wanted = 64) : bytes(wanted) {
         const uint64_t from = box.offset + box.headerSize();
-        const uint64_t end = box.wholeEnd(file.length());
+        const uint64_t end = box.endWithin(file.length());
         there = end > from ? std::min<uint64_t>(wanted, end - from) : 0;
         if (!file.seek_set(from) || file.readAll(bytes.data(), there) != there) {
             bytes.assign(wanted, 0);
@@ -377,7 +377,7 @@ Facts factsOf(const MP4::Container& container) {
         });
         readPayloads(container, facts);
         for (const Leftover& left : leftoversIn(container, file)) {
-            facts.leftover += left.box->wholeEnd(facts.length) - left.box->offset;
+            facts.leftover += left.box->endWithin(facts.length) - left.box->offset;
         }
         facts.whole = facts.whole && !file.failed();
     });

@@ -143,7 +143,7 @@ bool withBoxOf(const std::string& path, const char* boxPath,
         throw Failure(path + ": could not be opened: " + Messages::reason());
     }
     const MP4::BOX* const box = other.root->first(boxPath);
-    if (box == nullptr || box->wholeEnd(other.root->boxSize) != box->end()) {
+    if (box == nullptr || box->endWithin(other.root->boxSize) != box->end()) {
         throw Failure(path + ": has no whole " + boxPath + " that could be taken");
     }
     bool done = false;

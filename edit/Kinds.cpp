@@ -53,7 +53,7 @@ MP4::BOX* boxOf(const Container& container, const Kind& kind) {
     MP4::BOX* found = nullptr;
     container.find(kind.path, [&](MP4::BOX& box) {
         const bool right = kind.isWholeBox() || static_cast<const MP4::UUID&>(box).is(kind.identity);
-        if (right && box.wholeEnd(container.root->boxSize) == box.end()) {
+        if (right && box.endWithin(container.root->boxSize) == box.end()) {
             found = found == nullptr ? &box : found;
         }
         return found == nullptr;
@@ -80,10 +80,12 @@ ByteArray bytes(const std::string& content) {
 }
 
 bool append(Container& container, const Kind& kind, const std::string& content) {
-    return container.append([&](Brisa::FileIO& file) {
-        const auto prefix =
-            MP4::UUID::prefix(static_cast<uint32_t>(MP4::UUID::prefixSize + content.size()), kind.identity);
-        return file.writeAll(prefix.data(), prefix.size()) == prefix.size() &&
+    const auto prefix =
+        MP4::UUID::prefix(static_cast<uint32_t>(MP4::UUID::prefixSize + content.size()), kind.identity);
+    ByteArray header;
+    header.assign(prefix.data(), MP4::BOX::compactHeader);
+    return container.append(header, [&](Brisa::FileIO& file) {
+        return file.writeAll(kind.identity.data(), kind.identity.size()) == kind.identity.size() &&
                file.writeAll(content.data(), content.size()) == content.size();
     });
 }

@@ -107,7 +107,7 @@ std::string beginning(const Json& members) {
 template <class Entry>
 bool eachEntry(Brisa::FileIO& file, const MP4::STCO& table, const std::function<void(uint64_t)>& visit) {
     constexpr uint64_t blockBytes = 65536;
-    const uint64_t end = table.wholeEnd(file.length());
+    const uint64_t end = table.endWithin(file.length());
     const uint64_t room = table.tableOffset > end ? 0 : (end - table.tableOffset) / sizeof(Entry);
     const uint64_t bytes = std::min<uint64_t>(room, table.entryCount) * sizeof(Entry);
     std::vector<uint8_t> block;

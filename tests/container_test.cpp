@@ -3,7 +3,7 @@
 #include <sys/resource.h>
 
 #include "MP4Container.h"
-#include "support/Scratch.h"
+#include "support/Edit.h"
 
 using namespace test;
 using MP4::Container;
@@ -46,40 +46,44 @@ TEST(Attach, RecordsTheMainBoxesUntilTheNextSucceeds) {
 struct AppendCase {
     std::string name;
     Bytes before;
-    Bytes after; ///< what stands in front of the appended box
-    std::string warning;
+    Bytes after; ///< what stands in front of the appended box; empty: it is refused
+    std::string reason = "";
 };
 
 class Append : public testing::TestWithParam<AppendCase> {};
 
 TEST_P(Append, LeavesABoxThatReadersFindOrNothing) {
-    const auto& [name, before, after, warning] = GetParam();
+    const auto& [name, before, after, reason] = GetParam();
     const Scratch scratch;
     const auto path = scratch.file(before);
+    const Bytes left = before.substr(0, after.empty() ? before.size() : std::min(before.size(), after.size()));
     Container container;
     ASSERT_TRUE(container.attach(path));
-    EXPECT_FALSE(container.append([](Brisa::FileIO& file) { return file.writeAll("half", 4) != 4; }));
-    EXPECT_EQ(contentOf(path), before);
-    EXPECT_THROW(container.append([](Brisa::FileIO& file) -> bool { throw file.writeAll("half", 4); }), uint64_t);
-    EXPECT_EQ(contentOf(path), before);
-    ASSERT_TRUE(container.attach(path)); // an exception leaves that to the caller
+    const ByteArray header = arrayOf(u32(12) + "uuid");
+    quietly([&] { return container.append(header, [](Brisa::FileIO& file) { return file.writeAll("half", 4) != 4; }); });
+    EXPECT_EQ(contentOf(path), left);
+    if (reason.empty()) {
+        EXPECT_THROW(container.append(header, [](Brisa::FileIO& file) -> bool { throw file.writeAll("half", 4); }), uint64_t);
+        EXPECT_EQ(contentOf(path), left);
+        ASSERT_TRUE(container.attach(path)); // an exception leaves that to the caller
+    }
     bool appended = false;
     const auto [out, err] =
-        printed([&] { appended = container.append([](Brisa::FileIO& file) { return file.writeAll("\0\0\0\x08uuid", 8) == 8; }); });
-    EXPECT_TRUE(appended && out.empty());
-    EXPECT_TRUE(warning.empty() ? err.empty() : err.find(warning) != std::string::npos) << err;
-    EXPECT_EQ(contentOf(path), after + box("uuid"));
-    ASSERT_TRUE(container.attach(path));
-    EXPECT_EQ(container.root->first("uuid") != nullptr, warning.empty());
+        printed([&] { appended = container.append(header, [](Brisa::FileIO& file) { return file.writeAll("body", 4) == 4; }); });
+    EXPECT_TRUE(appended == reason.empty() && out.empty());
+    EXPECT_TRUE(reason.empty() ? err.empty() : err.find(reason) != std::string::npos) << err;
+    EXPECT_EQ(contentOf(path), reason.empty() ? after + box("uuid", {"body"}) : before);
+    EXPECT_EQ(container.root->first("uuid") != nullptr, reason.empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Tails, Append,
-                         testing::Values(AppendCase{"Empty", "", "", ""}, AppendCase{"Plain", box("free"), box("free"), ""},
-                                         AppendCase{"OpenEnded", withSize(box("mdat", {zeros(50)}), 0), box("mdat", {zeros(50)}), ""},
-                                         AppendCase{"CutOff", withSize(box("mdat"), 9), withSize(box("mdat"), 9), "is cut off"},
-                                         AppendCase{"SevenBytes", box("free") + zeros(7), box("free") + zeros(7), "are no box"},
-                                         AppendCase{"ZeroType", box("free") + u32(8) + zeros(9), box("free") + u32(8) + zeros(9),
-                                                    "has no type"}),
+                         testing::Values(AppendCase{"Empty", "", ""}, AppendCase{"Plain", box("free"), box("free")},
+                                         AppendCase{"OpenEnded", withSize(box("mdat", {zeros(50)}), 0), box("mdat", {zeros(50)})},
+                                         AppendCase{"Leftover", box("mdat") + withSize(box("free", {"half"}), 90), box("mdat")},
+                                         AppendCase{"DamagedOpenEnded", box("mdat") + u32(0) + "\1abc" + zeros(8), "", "is damaged"},
+                                         AppendCase{"CutOff", withSize(box("mdat"), 9), "", "is cut off"},
+                                         AppendCase{"SevenBytes", box("free") + zeros(7), "", "are no box"},
+                                         AppendCase{"ZeroType", box("free") + u32(8) + zeros(9), "", "without a type"}),
                          nameOf<AppendCase>);
 
 TEST(Append, RefusesAnOpenEndedBoxThatNeedsMoreThan32Bits) {
@@ -90,7 +94,7 @@ TEST(Append, RefusesAnOpenEndedBoxThatNeedsMoreThan32Bits) {
     Container container;
     ASSERT_TRUE(container.attach(path));
     bool appended = true;
-    const auto [out, err] = printed([&] { appended = container.append([](Brisa::FileIO&) { return true; }); });
+    const auto [out, err] = printed([&] { appended = container.append(arrayOf(u32(8) + "uuid"), [](Brisa::FileIO&) { return true; }); });
     EXPECT_FALSE(appended);
     EXPECT_NE(err.find("too long for a 32-bit size"), std::string::npos) << err;
     EXPECT_EQ(std::filesystem::file_size(path), length);

@@ -141,6 +141,10 @@ Bytes behind(uint32_t chunk, Parts inTrack, Parts rest) {
 Bytes udta(Parts boxes) {
     return box("udta", boxes);
 }
+
+/// The last byte of a file with media data behind its movie, too.
+const auto lastByte =
+    static_cast<uint32_t>(behind(8, {}, {track({stco({0})}), udta({}), box("free", {zeros(19000)})}).size() + media.size() - 1);
 const Bytes xml = spherical("<xml/>");
 
 const auto addLocations = edit(&Container::appendLocations, tokyo);
@@ -176,8 +180,9 @@ INSTANTIATE_TEST_SUITE_P(
         EditCase{"MediaBehind", addLocations, ahead(100, {}, {udta({box("name")})}),
                  ahead(100 + all, {}, {udta({box("name"), locations})})},
         EditCase{"MediaInFront", addLocations, behind(8, {}, {udta({})}), behind(8, {}, {udta({locations})})},
-        EditCase{"MediaOnBothSides", addLocations, behind(8, {}, {track({stco({20000})}), udta({}), box("free", {zeros(19000)})}) + media,
-                 behind(8, {}, {track({stco({20000 + all})}), udta({locations}), box("free", {zeros(19000)})}) + media},
+        EditCase{"MediaOnBothSides", addLocations,
+                 behind(8, {}, {track({stco({lastByte})}), udta({}), box("free", {zeros(19000)})}) + media,
+                 behind(8, {}, {track({stco({lastByte + all})}), udta({locations}), box("free", {zeros(19000)})}) + media},
         EditCase{"NoUserData", addLocations, ahead(100, {}, {}), ahead(100 + 8 + all, {}, {udta({locations})})},
         EditCase{"UserDataClosedByZeros", addLocations, behind(8, {}, {udta({box("name"), zeros(4)})}),
                  behind(8, {}, {udta({box("name"), locations, zeros(4)})})},

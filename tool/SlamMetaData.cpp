@@ -104,10 +104,12 @@ bool SlamMetaData::writeToMp4(std::wstring mp4Path) const {
                      static_cast<unsigned long long>(binData.size()));
         return false;
     }
-    return container.append([this](Brisa::FileIO& file) {
-        const auto boxSize = static_cast<uint32_t>(MP4::UUID::prefixSize + binData.size());
-        const auto prefix = MP4::UUID::prefix(boxSize, uuid);
-        return file.writeAll(prefix.data(), prefix.size()) == prefix.size() &&
+    const auto boxSize = static_cast<uint32_t>(MP4::UUID::prefixSize + binData.size());
+    const auto prefix = MP4::UUID::prefix(boxSize, uuid);
+    ByteArray header;
+    header.assign(prefix.data(), MP4::BOX::compactHeader);
+    return container.append(header, [&](Brisa::FileIO& file) {
+        return file.writeAll(uuid.data(), uuid.size()) == uuid.size() &&
                file.writeAll(binData.data(), binData.size()) == binData.size();
     });
 }

@@ -86,7 +86,6 @@ public:
     /// File offset behind the last byte that belongs to this box, to every box around it and to a file
     /// of `length` bytes.
     [[nodiscard]] uint64_t endWithin(uint64_t length) const;
-    [[nodiscard]] uint64_t wholeEnd(uint64_t length) const { return endWithin(length); }
 
     /// Rewrites the size in the file's header, in the form that the header has, and restores the
     /// file's position. The object keeps its size. Returns whether it was written.

@@ -5,6 +5,8 @@
 #include <cstdint>
 
 #include "Brisa/BrisaFileIO.h"
+#include "ByteOrder.h"
+#include "MP4Box.h"
 
 // Fields that boxes of several kinds share; for the box sources only.
 
@@ -15,6 +17,24 @@ inline void readVersionAndFlags(BinFile& file, uint8_t& version, std::array<uint
     version = file.read8();
     file.readBytes(flags.data(), flags.size());
 }
+
+/// Where a movie, track or media header (ISO/IEC 14496-12 8.2.2, 8.3.2, 8.4.2) has its creation time, 64 bits
+/// wide in version 1 and 32 bits in any other.
+struct CreationTime {
+    CreationTime(const BOX& header, uint8_t version)
+        : offset(header.offset + header.headerSize() + 4), width(version == 1 ? 8 : 4) {}
+
+    const uint64_t offset;
+    const uint64_t width;
+
+    /// What stands there for `time`, of which 32 bits keep the low ones.
+    [[nodiscard]] ByteArray bytes(uint64_t time) const {
+        ByteArray field(width);
+        width == 8 ? storeBigEndian(field.data(), time)
+                   : storeBigEndian(field.data(), static_cast<uint32_t>(time & 0xFFFFFFFF));
+        return field;
+    }
+};
 
 /// The next `claimed` bytes of a box, as far as they may be kept; zeros where the limit cuts them off or
 /// the file ends.

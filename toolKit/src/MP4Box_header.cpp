@@ -24,13 +24,12 @@ uint32_t readWhole(BinFile& file) {
 
 /// Always true, as the headers promise; a box that has no room for the field is left alone.
 bool writeCreationTime(const BOX& header, uint8_t version, BinFile& file, uint64_t time) {
-    constexpr uint64_t versionAndFlags = 4;
-    const uint64_t field = header.offset + header.headerSize() + versionAndFlags;
-    const uint64_t width = version == 1 ? 8 : 4;
-    if (header.endWithin(file.length()) >= field + width) {
+    const CreationTime field(header, version);
+    if (header.endWithin(file.length()) >= field.offset + field.width) {
+        const ByteArray bytes = field.bytes(time);
         const uint64_t back = file.position();
-        if (file.seek_set(field)) {
-            width == 8 ? file.write64(time) : file.write32(time & 0xFFFFFFFF);
+        if (file.seek_set(field.offset)) {
+            file.writeAll(bytes.data(), bytes.size());
         }
         file.seek_set(back);
     }

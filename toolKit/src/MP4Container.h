@@ -13,9 +13,7 @@ class GPSInfo;
 
 namespace MP4 {
 
-class Moves;
 class SpatialSound;
-struct Insertion;
 
 /// One MP4 file: its path and the box tree parsed from it.
 ///
@@ -31,7 +29,19 @@ public:
     std::unique_ptr<ROOT> root; ///< the latest parse; null before the first
     MOOV* moov = nullptr;       ///< the first top-level `moov`
     MDAT* mdat = nullptr;       ///< the first top-level `mdat`
-    TRAK* trak = nullptr;       ///< the video track: the last `trak` whose `tkhd` has a width above 0
+    /// The video track: the last `trak` whose `tkhd` has a width above 0 and whose media handler is `vide`;
+    /// where no handler says so, the last with a width.
+    TRAK* trak = nullptr;
+
+    /// Edits of `moov` where it lies behind the media data: a new `moov` is written behind the last box, or
+    /// into the hole that an earlier edit left, and the old one becomes a `free` box. No media byte moves and
+    /// the file is not copied, but it gets longer. Off: such an edit writes a new file.
+    bool newMovieBox = false;
+    /// appendFullRangeAndConstrainedSet1Flag() never gives up the user data.
+    bool keepUserData = false;
+    /// Edits change nothing: they print on standard output what they would do, in lines that begin with
+    /// "plan: ", and have the result that they would have. (Those of three steps are not concerned.)
+    bool dryRun = false;
 
     /// Whether a parse keeps the payloads of `uuid` boxes and the entries of sample tables in the tree. A
     /// program that does not read them clears it before attach(): then memory and time do not grow with what
@@ -41,15 +51,20 @@ public:
     /// shows.
     bool tableTotals = false;
 
-    Container() = default;
+    Container();
     Container(const Container&) = delete;
     Container& operator=(const Container&) = delete;
-    ~Container() = default;
+    ~Container();
 
-    /// Opens the file read-only, parses its first `limit` bytes and records the main boxes. Any file
+    /// Opens the file read-only, parses its first `limit` bytes and records the main boxes. Any plain file
     /// that opens attaches, whatever it holds. Returns false when it cannot be opened; the file layer
-    /// says so, and the container stays as it was.
+    /// says so, and the container stays as it was. A file that was parsed in part takes no edit.
     bool attach(const std::wstring& path, unsigned long long limit = ~0ULL);
+    /// attach() with the file locked, from before the parse until the container is attached to another file
+    /// or goes: what a program calls ahead of its edits, so that nobody comes between the look and the
+    /// change. Another edit of the file is waited for, two seconds at most. Without it each edit locks the
+    /// file for itself, and is refused when somebody wrote to it since it was parsed.
+    bool claim(const std::wstring& path);
     /// Makes a new tree from a file that stands at offset 0.
     void parse(BinFile& file, unsigned long long limit);
     /// Whether boxes may be missing from the tree: the system failed to read the file (a line on
@@ -68,33 +83,45 @@ public:
     /// Prints the whole tree.
     void dump() const;
 
-    /// Appends one box at the end of the container's file: `write` is called with the file
-    /// positioned there and tells whether it wrote the whole box. Refused when the file is not what was
-    /// parsed, so that a box that the tree has not is appended only once.
+    /// Appends one box at the end of the file: `header` (8 bytes, or 16 with a largesize; the size counts
+    /// all) and what `content` writes behind it, as many bytes as the header says; it tells whether it did.
     ///
-    /// A last box whose size field is 0 (open to the end of the file) would swallow the new one: it
-    /// gets its real size first. Where no reader that walks the boxes arrives at the end (a last
-    /// box that is cut off, bytes that are no box) the append is done and a warning on standard
-    /// error says so. If anything fails, the file is cut back to its former length, the size field
-    /// is put back and the result is false. Success ends with an attach(); so should an exception of
-    /// `write`'s, which is passed on.
-    bool append(std::function<bool(Brisa::FileIO&)> write);
+    /// The box is written as a `free` box first, which every reader passes over, and gets its type when all
+    /// of it is on disk: whatever dies meanwhile, the file is valid, with the box or without it. A `free` box
+    /// that an append left half-written is taken away. A last box whose size field is 0 (open to the end of
+    /// the file) would swallow the new one: it gets its real size. Refused where a reader would not find the
+    /// box: behind bytes that are no box, or a box that is cut off. If anything fails the file is as it was.
+    /// Ends with a parse.
+    bool append(const ByteArray& header, std::function<bool(Brisa::FileIO&)> content);
+    /// The same in the place of a top-level box: the new one is appended, then `old` and any other of its
+    /// kind becomes a `free` box.
+    bool replaceBox(BOX& old, const ByteArray& header, std::function<bool(Brisa::FileIO&)> content);
+    /// Takes a box of the tree out of the file. At the top level it becomes a `free` box, or is cut off where
+    /// it is the last one; inside another box it is taken out, and sizes and chunk offsets are corrected.
+    bool removeBox(BOX& box);
 
-    // Editing. An edit either patches the container's own file or rewrites it: a complete new file is
-    // written under the container's path with ".tmp.mp4" appended (or under `outputPath`), patched,
-    // flushed to disk, given the owner and permission bits of the old file, and renamed over it. So
-    // the path names the whole old or the whole new file at every moment, and a failed rewrite leaves
-    // the old file as it was and no other. A path that is a symbolic link is itself replaced by the
-    // new file; what it pointed to keeps the old content. Other hard links keep it too.
+    // Editing. An edit is settled before a byte is written. It patches the container's own file, by one
+    // write; or it writes a new movie box (`newMovieBox`); or it rewrites the file: a complete new file is
+    // written under the container's path with ".tmp.mp4" appended (or beside `outputPath`), flushed to disk,
+    // given owner, permissions and attributes of the old file, and renamed over it. So the path names the
+    // whole old or the whole new file at every moment, and a failed edit leaves the file as it was and no
+    // other. A path that is a symbolic link is itself replaced by a rewrite; what it pointed to keeps the
+    // old content. Other hard links keep it too.
     //
-    // With `outputPath` the new file stays under that path, the old one stays as it is, and the
-    // container turns to the new one; after a failure the output file is gone. A path for the new file
-    // under which there is something else than a plain file of that one name is refused; so is one that
-    // names the container's own file. Only one edit of a file is made at a time: a second one fails.
+    // All that points into the file moves with what it points to: the chunk offsets of tracks whose data is
+    // in this file, those of spatial sound, its `ZDT9` record. A table of 32-bit offsets that no longer hold
+    // them becomes `co64`. An edit that would move what offsets point to that the toolkit cannot correct
+    // (movie fragments, `saio`, `iloc`, a damaged sample table) is refused.
     //
-    // A file that somebody else wrote to since it was parsed is not edited. The reason of a failure is
-    // told on standard error where the toolkit knows it. Every edit, successful or not, ends with an
-    // attach(), so box pointers taken before it are invalid.
+    // With `outputPath` the new file takes that path, the old one stays as it is, and the container turns
+    // to the new one. A path under which there is something else than a plain file of that one
+    // name is refused; so is one that names the container's own file.
+    //
+    // Only one edit of a file is made at a time: another one waits two seconds for it, then fails. A file
+    // that somebody wrote to since it was parsed, or that was not parsed whole, is not edited. The reason of
+    // a failure is told on standard error. Once an edit is committed its result is true, whatever the parse
+    // behind it says. Every edit that gets as far as writing ends with a parse, so box pointers taken before
+    // it are invalid.
 
     /// Patches the container's own file: `edit` is called with it, open for reading and writing, and
     /// tells whether it succeeded. On failure prints "Container::modifyContainer::%ls(%ls)
@@ -137,15 +164,14 @@ public:
     // Layout.
 
     /// Rewrites the file with `moov` directly ahead of the first `mdat`; everything else keeps its
-    /// order, bytes behind the last box included. The chunk offsets that point into what moved grow
-    /// by the size of `moov`. False when `moov` is ahead already or there is nothing to move (the file
-    /// is not touched, nothing is printed), when a box is cut off, or when the rewrite fails.
+    /// order, bytes behind the last box included. False when `moov` is ahead already or there is nothing to
+    /// move (the file is not touched, nothing is printed), when a box is cut off, or when the rewrite fails.
     bool moovFirst();
     /// Whether an `mdat` comes before any `moov` at the top level.
     [[nodiscard]] bool isMdatFirst() const;
     /// Writes `time`, in seconds since 1904-01-01 UTC, as the creation time into the movie header and
-    /// the header and media header of every track, in place. Absent headers are passed over. The tree
-    /// is not parsed again.
+    /// the header and media header of every track, in place, by one write. Headers that are absent or have no
+    /// room for it are passed over. False when the file does not have the time.
     bool updateTimeStamp(unsigned long long time);
 
     // Location.
@@ -158,6 +184,10 @@ public:
     /// Adds the location boxes that are missing to the movie's `udta`, or a new `udta` to `moov`. When
     /// all are there: "MP4: No location-boxes were appended.\n" and true. False without `moov` or `mdat`.
     bool appendLocations(const GPSInfo& position);
+    /// All three location boxes, in the place of those that the movie has. False without `moov`.
+    bool replaceLocations(const GPSInfo& position);
+    /// Takes out the location boxes; true as well when there are none.
+    bool removeLocations();
     /// Takes out the movie's first `loci` box if it has the malformed size of 28 bytes; true as well when
     /// it has not.
     bool removeBadLOCI();
@@ -186,8 +216,7 @@ public:
 
     /// Puts `box`, a complete box (normally a `udta`), in the place of the movie's `udta`, or appends it
     /// to `moov` when there is none; false when `moov` has fewer than 3 children then. Sizes and chunk
-    /// offsets are corrected. If a replacement fails before its offsets are corrected, appending is
-    /// tried. The first argument has no effect.
+    /// offsets are corrected. The first argument has no effect.
     bool replaceUdta(unsigned long long reserved, const ByteArray& box);
 
     /// Marks the video as full range, or as not, and sets constraint_set1_flag, in the first sequence
@@ -200,12 +229,11 @@ public:
     /// - of the old size: over the old box;
     /// - of another size: the boxes between it and a `udta` behind it move by the difference, and a
     ///   `free` box takes the place of the `udta`, whose content is given up; no media data moves;
-    /// - without such a `udta`: by a rewrite.
+    /// - without such a `udta`, or with `keepUserData`: as any edit of `moov`.
     ///
-    /// The first two write into the file as it stands, within `moov` and nowhere else, in a single write.
-    /// All that can be known to fail is known before it; if it fails, what was there is put back as long
-    /// as the system takes it. What stays at risk is `moov` itself, if the disk fails for good in the
-    /// middle of that write.
+    /// The first two write into the file as it stands, within `moov` and nowhere else, in a single write. If
+    /// it fails, what was there is put back as long as the system takes it. What stays at risk is `moov`
+    /// itself, if the disk fails for good in the middle of that write.
     bool appendFullRangeAndConstrainedSet1Flag(bool fullRange);
 
     // Spatial sound: a top-level `uuid` box (SpatialData) that holds raw audio and the track that
@@ -214,8 +242,8 @@ public:
     /// Whether the file has a spatial-data block.
     [[nodiscard]] bool isSpatialDataExist() const;
     /// Appends the block that lies at `offset` of `source`, `length` bytes, or the part of it that `sound`
-    /// holds, see append(); then does what overwriteSpatialDataOffset() does. If anything fails the file is
-    /// cut back. When the file has a block already: "MP4: SpatialData is existed.\n" and true.
+    /// holds, see append(), with chunk offsets for where it lies now; the `ZDT9` record is written ahead of
+    /// the block's type. When the file has a block already: "MP4: SpatialData is existed.\n" and true.
     bool appendSpatialData(Brisa::FileIO& source, unsigned long long offset, unsigned long long length);
     bool trimSpatialData(Brisa::FileIO& source, unsigned long long offset, const SpatialSound& sound);
     /// Shifts the chunk offsets of the spatial track by the distance of the block from where it was in the
@@ -224,49 +252,21 @@ public:
     bool overwriteSpatialDataOffset(unsigned long long oldOffset);
 
 private:
-    template <class Kind>
-    bool appendOnce(const std::string& text, const wchar_t* notice);
+    friend class Claim;
+    friend void reattach(Container& container);
+    struct Held; ///< a file that is locked
 
-    bool appendBlock(uint64_t sourceOffset, std::function<bool(Brisa::FileIO&)> write);
-    /// What overwriteSpatialDataOffset() does, on a file that is open for it.
-    bool pointToSpatialData(BinFile& file, uint64_t oldOffset);
+    void read(Brisa::FileIO& file, unsigned long long limit);
+    void refresh();
 
     bool partial = false;
     Brisa::FileIO::Identity parsed; ///< the file that the tree describes
-
-    /// Rewrites the file with the insertions, which are in file order. All that follows from them is
-    /// done here: sizes up the enclosing boxes, chunk offsets, a spatial-data block that moves. Refused
-    /// before anything is written: boxes that do not lie within one another, and media data that would
-    /// move although not all that points to it can be found and corrected.
-    /// `reachedOffsets`, if given, is set when only the chunk offsets are left to be corrected.
-    bool rewrite(const wchar_t* operation, const std::vector<Insertion>& insertions,
-                 bool* reachedOffsets = nullptr);
-    /// The last step of a rewrite: corrects, in the new file, what points into the bytes that moved.
-    bool correctOffsets(Container& written, BinFile& file, const Moves& moves, bool everyChunkMoves) const;
-    bool correctSpatialOffsets(Container& written, BinFile& file, const Moves& moves) const;
-    /// Whether all media data moves by the same distance.
-    [[nodiscard]] bool mediaMovesAsOne(const Moves& moves) const;
-    /// Whether all that points into the bytes that move can be corrected; says so if not.
-    [[nodiscard]] bool mayMove(const Moves& moves, bool everyChunkMoves) const;
-    [[nodiscard]] bool movesFragments(const Moves& moves) const;
-    /// Whether an edit gets this file to itself, as long as the handle is open, and the tree describes
-    /// it; says so if not.
-    [[nodiscard]] bool describes(const Brisa::FileIO& file) const;
-    /// The same of the whole file, not only of a part that was parsed.
-    [[nodiscard]] bool describesAll(const Brisa::FileIO& file) const;
-    /// The strategies of appendFullRangeAndConstrainedSet1Flag() that write into the file as it stands.
-    bool overwriteAvcC(const BOX& avcC, const ByteArray& newBox);
-    bool overwriteUpToUdta(const BOX& avcC, const ByteArray& newBox, const BOX& udta);
-    [[nodiscard]] std::wstring newFilePath() const;
-    /// Prints the line of an edit in place that failed; false.
-    bool patchFailed(const wchar_t* operation) const;
-    /// Ends a rewrite that failed: prints its line and attaches again; false.
-    bool rewriteFailed(const wchar_t* operation);
+    std::unique_ptr<Held> held;     ///< what claim() locked
 };
 
 /// Shifts every entry of one chunk-offset table by `change` bytes: an STCO of 32-bit entries or a CO64
-/// of 64-bit ones. Only entries that lie within the box are touched. False, with nothing written, when
-/// an entry would leave its range.
+/// of 64-bit ones. False, with nothing written, when the box has no room for its entries or one would leave
+/// its range.
 template <class Table, class Entry>
 bool modifyIndex(BinFile& file, BOX& table, long long change);
 

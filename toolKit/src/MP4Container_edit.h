@@ -1,116 +1,112 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <limits>
-#include <string>
+#include <memory>
 #include <vector>
 
-#include "MP4Box.h"
+#include "MP4Container.h"
+#include "MP4Plan.h"
 
-// What an edit of a file's structure is made of; for the container sources only.
+// What the edits of a container share; for the container sources only.
 
 namespace MP4 {
 
-/// `offset` moved by a signed distance.
-constexpr uint64_t shifted(uint64_t offset, long long by) {
-    return static_cast<uint64_t>(static_cast<long long>(offset) + by);
-}
-
-constexpr auto makeBox = boxOf;
+/// Reads `size` bytes at `offset`; whether all of them were there.
+bool readAt(BinFile& file, uint64_t offset, void* bytes, uint64_t size);
 /// Whether a box with a 32-bit size can hold `bytes` of content; says so on standard error if not.
 bool fitsBox(uint64_t bytes);
+/// Whether a top-level box is a spatial-data block.
+bool isSpatial(const BOX& box);
+/// The movie's `ZDT9` box, if it has room for its record; null if there is none.
+const BOX* recordOfSound(const NestedBox& root);
+/// Adds the chunk offsets of a spatial-data block.
+void pointersOfBlock(const NestedBox& block, Pointers& pointers);
+/// Tells on standard error why an edit of the file is refused or failed; false.
+bool refuse(const std::wstring& path, const Objection& reason);
 
-/// How far it is from `from` to `to`.
-constexpr long long distance(uint64_t from, uint64_t to) {
-    return static_cast<long long>(to) - static_cast<long long>(from);
-}
+/// A file that is open for reading and locked.
+struct Container::Held {
+    explicit Held(const std::wstring& path_) : path(path_), file(path, 'r') {}
 
-/// Which stretches of a file move in a rewrite, and how far.
-class Moves {
+    const std::wstring path;
+    Brisa::FileIO file;
+};
+
+/// A container's file, for one edit alone: locked until the object goes, and just as it was parsed.
+class Claim {
 public:
-    static constexpr uint64_t toTheEnd = std::numeric_limits<uint64_t>::max();
+    explicit Claim(Container& container);
+    ~Claim();
+    Claim(const Claim&) = delete;
+    Claim& operator=(const Claim&) = delete;
 
-    /// The bytes of the old file from `from` up to `to` lie `by` bytes further in the new one.
-    void add(uint64_t from, uint64_t to, long long by) { stretches.push_back({from, to, by}); }
-    /// How far the byte at `offset` of the old file moves.
-    [[nodiscard]] long long at(uint64_t offset) const;
-
-    /// Every byte by the same distance.
-    static Moves everything(long long by);
+    /// Why it is not to be had; empty if it is.
+    [[nodiscard]] const Objection& objection() const { return reason; }
+    /// The file, for reading.
+    [[nodiscard]] Brisa::FileIO& file() const;
+    /// Whether the path still names this very file, to which nobody has written.
+    [[nodiscard]] bool isUntouched() const;
+    /// Runs the work on the same file, open for reading and writing; whether the path named it before and
+    /// after, and the work succeeded.
+    bool update(const std::function<bool(Brisa::FileIO&)>& work);
 
 private:
-    struct Stretch {
-        uint64_t from;
-        uint64_t to;
-        long long by;
+    Container& container;
+    std::unique_ptr<Container::Held> own;
+    Objection reason;
+};
+
+/// Changes to a file as it stands: what they overwrite or add is taken back unless they are kept.
+class Attempt {
+public:
+    explicit Attempt(Brisa::FileIO& file);
+    Attempt(const Attempt&) = delete;
+    Attempt& operator=(const Attempt&) = delete;
+    ~Attempt();
+
+    /// One write over what is there.
+    bool overwrite(uint64_t offset, const ByteArray& bytes);
+    /// Remembers what is there, for what is going to be written over it.
+    bool remember(uint64_t offset, uint64_t size);
+    void keep() { kept = true; }
+
+private:
+    struct Old {
+        uint64_t offset;
+        ByteArray bytes;
     };
-    std::vector<Stretch> stretches;
+    Brisa::FileIO& file;
+    const uint64_t length;
+    std::vector<Old> overwritten;
+    bool kept = false;
 };
 
-/// Bytes put into a file, or in the place of others.
-struct Insertion {
-    uint64_t from;                       ///< offsets in the old file: the bytes from here
-    uint64_t to;                         ///< up to here give way
-    uint64_t size;                       ///< bytes that come in
-    BOX* grown;                          ///< the innermost box whose content changes
-    std::function<bool(BinFile&)> write; ///< writes exactly `size` bytes, or fails
-
-    [[nodiscard]] long long change() const { return distance(to - from, size); }
+/// A box on its way into a file. Until it is there its type is `free`, so that every reader passes over it.
+struct NewBox {
+    uint64_t size;
+    uint32_t type;
+    std::function<bool(Brisa::FileIO&)> write;         ///< writes all of it, of the type `free`
+    std::function<bool(Attempt&)> beforeItCounts = {}; ///< what else has to be there by then
+    std::function<bool(Attempt&)> whenItCounts = {};   ///< what is to be undone with it if it fails
 };
 
-/// What `write` writes, `size` bytes, as a new last child of `parent`.
-Insertion asLastChild(NestedBox& parent, uint64_t size, std::function<bool(BinFile&)> write);
-/// `bytes` as a new last child of `parent`. They must live until the edit is done.
-Insertion asLastChild(NestedBox& parent, const ByteArray& bytes);
-/// `bytes` in the place of `child`. They must live until the edit is done.
-Insertion inPlaceOf(BOX& child, const ByteArray& bytes);
+/// Why a box at the end of the file would not be found by a reader; empty if it would.
+Objection objectionToAppend(const Container& container, BinFile& file);
+/// Where it would lie.
+uint64_t endForAppend(const Container& container);
+/// Puts a box behind the last one, on disk when it returns.
+bool appendBox(Container& container, Brisa::FileIO& file, const NewBox& box);
 
-/// Whether the bytes from `from` up to `to` lie in the body of the box `around`, that box in the body of
-/// the one around it, and so on, and the last one in a file of `length` bytes. In a damaged file they
-/// need not.
-bool liesWithin(uint64_t from, uint64_t to, const BOX* around, uint64_t length);
+/// Carries out a plan for the whole file: by a new movie box where the container wants that and it can be,
+/// else by a rewrite. Prints the line of a failure, and attaches the container again.
+bool carryOut(Container& container, const wchar_t* operation, Plan& plan);
+/// The same by one write over what stands there; no media data may move.
+bool patch(Container& container, const wchar_t* operation, Plan& plan);
 
-/// A box whose size changes.
-struct Resizing {
-    const BOX* box;
-    uint64_t offset; ///< where the box lies in the file to be patched
-    long long change;
-};
-
-/// Whether every size field can hold its new size; a line on standard error says which cannot.
-bool canResize(const std::vector<Resizing>& boxes);
-/// Writes the new sizes into the file, if all of them can be.
-bool resize(BinFile& file, const std::vector<Resizing>& boxes);
-
-/// Reads `size` bytes at `offset`; whether all of them were there.
-bool readAt(BinFile& file, uint64_t offset, uint8_t* bytes, uint64_t size);
-/// Writes the bytes over those at `offset`, which are put back if that fails.
-bool overwrite(BinFile& file, uint64_t offset, const ByteArray& bytes);
-
-/// Copies the bytes of `source` from `from` up to `to`; whether all of them were copied.
-bool copyStretch(BinFile& source, BinFile& destination, uint64_t from, uint64_t to);
-
-enum class Pass { check, write };
-
-/// The chunk-offset tables of one or more tracks.
-class ChunkOffsets {
-public:
-    /// Those of the sample tables at `path` below `top`.
-    ChunkOffsets(const NestedBox& top, const std::string& path);
-
-    [[nodiscard]] bool empty() const { return narrow.empty() && wide.empty(); }
-    /// Moves every entry, in the file, along with the bytes that it points to. False, with a line on
-    /// standard error and nothing written, when one of them would leave the range of its field.
-    [[nodiscard]] bool shift(BinFile& file, const Moves& moves) const;
-    /// Whether shift() would succeed.
-    [[nodiscard]] bool canShift(BinFile& file, const Moves& moves) const;
-
-private:
-    [[nodiscard]] bool goThrough(BinFile& file, const Moves& moves, Pass pass) const;
-
-    std::vector<const STCO*> narrow;
-    std::vector<const STCO*> wide;
-};
+/// Attaches the container to what its path names now. Whatever comes of that, the edit ahead of it is done.
+void reattach(Container& container);
+/// Ends an edit that failed: prints its line and attaches again; false.
+bool patchFailed(Container& container, const wchar_t* operation);
+bool rewriteFailed(Container& container, const wchar_t* operation);
 
 } // namespace MP4

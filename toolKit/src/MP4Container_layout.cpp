@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "Brisa/BrisaConsole.h"
+#include "MP4Box_fields.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
 
@@ -8,11 +9,37 @@ namespace MP4 {
 
 namespace {
 
-/// Always true, so that a search goes on; `updated` stays true only if the header took the time.
-template <class Header>
-bool setTime(BOX& header, BinFile& file, unsigned long long time, bool& updated) {
-    updated = static_cast<Header&>(header).setTimeStamp(file, time) && updated;
-    return true;
+/// By a change of its type, or of the file's length.
+bool removeTopLevel(Container& container, const BOX& box) {
+    bool done = false;
+    {
+        Claim claim(container);
+        if (!claim.objection().empty()) {
+            return refuse(container.path, claim.objection());
+        }
+        const uint64_t length = container.root->boxSize;
+        const bool last = box.end() == length;
+        if (box.end() > length) {
+            return refuse(container.path, text(L"%ls is cut off", box.basicTag().c_str()));
+        }
+        if (container.dryRun) {
+            Brisa::Console::out(L"plan: %ls %ls\n", last ? L"cut off" : L"make free", box.basicTag().c_str());
+            return true;
+        }
+        done = claim.update([&](Brisa::FileIO& file) {
+            Attempt attempt(file);
+            ByteArray type;
+            type.assign("free", sizeof(uint32_t));
+            const bool gone =
+                last ? file.truncate(box.offset) : attempt.overwrite(box.offset + sizeof(uint32_t), type);
+            if (gone && (file.flush() || last)) {
+                attempt.keep();
+            }
+            return gone;
+        });
+    }
+    reattach(container);
+    return done;
 }
 
 } // namespace
@@ -33,55 +60,48 @@ bool Container::moovFirst() {
     if (moov == nullptr || !isMdatFirst()) {
         return false;
     }
-    const bool cutOff = root->children.back()->end() > root->boxSize || moov->boxSize < moov->headerSize();
-    if (cutOff) {
-        Brisa::Console::err(L"MP4: %ls: a box is cut off.\n", path.c_str());
-        return rewriteFailed(operation);
+    if (root->children.back()->end() > root->boxSize || moov->boxSize < moov->headerSize()) {
+        refuse(path, L"a box is cut off");
+        return rewriteFailed(*this, operation);
     }
-    Moves moves;
-    moves.add(mdat->offset, moov->offset, static_cast<long long>(moov->boxSize));
-    const auto mediaBoxes = std::count_if(root->children.begin(), root->children.end(),
-                                          [](const auto& box) { return box->tag == fourcc("mdat"); });
-    const bool everyChunkMoves = mediaBoxes == 1 && mdat->end() == moov->offset;
-    if (!mayMove(moves, everyChunkMoves)) {
-        return rewriteFailed(operation);
-    }
-
-    return modifyContainer(
-        operation,
-        [this](BinFile& source, BinFile& destination, unsigned long long& insertionOffset) {
-            const bool copied = copyStretch(source, destination, 0, mdat->offset) &&
-                                copyStretch(source, destination, moov->offset, moov->end()) &&
-                                copyStretch(source, destination, mdat->offset, moov->offset) &&
-                                copyStretch(source, destination, moov->end(), source.length());
-            insertionOffset = destination.position();
-            return copied;
-        },
-        // An open-ended `moov` is the last box no longer: it needs its size.
-        [this](Container&, BinFile& file) {
-            return resize(file, {{moov, mdat->offset, 0}});
-        },
-        [&](Container& written, BinFile& file) {
-            return correctOffsets(written, file, moves, everyChunkMoves);
-        });
+    Plan plan(*root);
+    plan.keep(0, mdat->offset);
+    plan.keep(moov->offset, moov->end());
+    plan.keep(mdat->offset, moov->offset);
+    plan.keep(moov->end(), root->boxSize);
+    plan.resize(moov, 0); // an open-ended `moov` is the last box no longer
+    return carryOut(*this, operation, plan);
 }
 
 bool Container::updateTimeStamp(unsigned long long time) {
-    bool updated = false;
-    open_a([&](Brisa::FileIO& handle) {
-        BinFile file(handle);
-        updated = describes(handle);
-        if (!updated) {
-            return;
+    if (root == nullptr) {
+        return false;
+    }
+    Plan plan(*root);
+    const auto set = [&](const BOX& header, uint8_t version) {
+        const CreationTime field(header, version);
+        if (field.offset + field.width <= header.endWithin(root->boxSize)) {
+            plan.replace(field.offset, field.offset + field.width, field.bytes(time));
         }
-        if (BOX* const header = root->first("moov.mvhd")) {
-            setTime<MVHD>(*header, file, time, updated);
-        }
-        root->find("moov.trak.tkhd", [&](BOX& header) { return setTime<TKHD>(header, file, time, updated); });
-        root->find("moov.trak.mdia.mdhd",
-                   [&](BOX& header) { return setTime<MDHD>(header, file, time, updated); });
-    });
-    return updated;
+        return true;
+    };
+    if (const auto* const header = static_cast<MVHD*>(root->first("moov.mvhd"))) {
+        set(*header, header->version);
+    }
+    find("moov.trak.tkhd", [&](const BOX& box) { return set(box, static_cast<const TKHD&>(box).version); });
+    find("moov.trak.mdia.mdhd",
+         [&](const BOX& box) { return set(box, static_cast<const MDHD&>(box).version); });
+    return patch(*this, nullptr, plan);
+}
+
+bool Container::removeBox(BOX& box) {
+    constexpr const wchar_t* operation = L"removeBox";
+    if (box.depth == 0) {
+        return removeTopLevel(*this, box);
+    }
+    Plan plan(*root);
+    plan.exchange(box, {});
+    return carryOut(*this, operation, plan);
 }
 
 } // namespace MP4

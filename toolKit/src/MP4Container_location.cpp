@@ -1,3 +1,6 @@
+#include <utility>
+#include <vector>
+
 #include "Brisa/BrisaConsole.h"
 #include "GPSInfo.h"
 #include "MP4Container.h"
@@ -13,7 +16,23 @@ constexpr const char* locationTextPath = "moov.udta.\xA9xyz";
 ByteArray givenTextBox(const GPSInfo& position) {
     ByteArray body;
     body.assign(position.rxyz.data(), position.rxyz.size());
-    return makeBox(fourcc("@xyz"), body);
+    return boxOf(fourcc("@xyz"), body);
+}
+
+ByteArray locationBox(const GPSInfo& position) {
+    return LOCI::make(position.longitude.toUINT32Fixnum(), position.latitude.toUINT32Fixnum(),
+                      position.altitude.toUINT32Fixnum());
+}
+
+std::vector<const BOX*> locationBoxes(const Container& container) {
+    std::vector<const BOX*> boxes;
+    for (const char* const path : {"moov.udta.@xyz", "moov.udta.loci", locationTextPath}) {
+        container.find(path, [&boxes](const BOX& box) {
+            boxes.push_back(&box);
+            return true;
+        });
+    }
+    return boxes;
 }
 
 } // namespace
@@ -37,7 +56,7 @@ bool Container::build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& pos
         out.append(XYZ::make(position.to_CXYZ_string()));
     }
     if (!out.empty() && udta == nullptr) {
-        out = makeBox(fourcc("udta"), out);
+        out = boxOf(fourcc("udta"), out);
     }
     return !out.empty();
 }
@@ -48,7 +67,7 @@ bool Container::appendLocations(const GPSInfo& position) {
         return false;
     }
     if (!fitsBox(position.rxyz.size())) {
-        return rewriteFailed(operation);
+        return rewriteFailed(*this, operation);
     }
     BOX* udta = nullptr;
     ByteArray boxes;
@@ -57,10 +76,46 @@ bool Container::appendLocations(const GPSInfo& position) {
         return true;
     }
     if (!fitsBox(boxes.size())) {
-        return rewriteFailed(operation);
+        return rewriteFailed(*this, operation);
     }
-    auto& parent = udta != nullptr ? static_cast<NestedBox&>(*udta) : *moov;
-    return rewrite(operation, {asLastChild(parent, boxes)});
+    Plan plan(*root);
+    plan.addTo(udta != nullptr ? static_cast<NestedBox&>(*udta) : *moov, std::move(boxes));
+    return carryOut(*this, operation, plan);
+}
+
+bool Container::replaceLocations(const GPSInfo& position) {
+    constexpr const wchar_t* operation = L"replaceLocations";
+    if (moov == nullptr) {
+        return false;
+    }
+    if (!fitsBox(position.rxyz.size())) {
+        return rewriteFailed(*this, operation);
+    }
+    ByteArray boxes = givenTextBox(position);
+    boxes.append(locationBox(position));
+    boxes.append(XYZ::make(position.to_CXYZ_string()));
+    Plan plan(*root);
+    for (const BOX* const box : locationBoxes(*this)) {
+        plan.exchange(*box, {});
+    }
+    if (const BOX* const udta = moov->first("udta")) {
+        plan.addTo(static_cast<const NestedBox&>(*udta), std::move(boxes));
+    } else {
+        plan.addTo(*moov, boxOf(fourcc("udta"), boxes));
+    }
+    return carryOut(*this, operation, plan);
+}
+
+bool Container::removeLocations() {
+    const auto boxes = locationBoxes(*this);
+    if (boxes.empty()) {
+        return !partial;
+    }
+    Plan plan(*root);
+    for (const BOX* const box : boxes) {
+        plan.exchange(*box, {});
+    }
+    return carryOut(*this, L"removeLocations", plan);
 }
 
 bool Container::removeBadLOCI() {
@@ -69,7 +124,9 @@ bool Container::removeBadLOCI() {
     if (loci == nullptr || loci->boxSize != badSize) {
         return !partial;
     }
-    return rewrite(L"removeBadLOCI", {inPlaceOf(*loci, {})});
+    Plan plan(*root);
+    plan.exchange(*loci, {});
+    return carryOut(*this, L"removeBadLOCI", plan);
 }
 
 bool Container::appendGpsMeta(Brisa::FileIO& source, unsigned long long offset, unsigned long long size) {
@@ -85,14 +142,15 @@ bool Container::appendGpsMeta(Brisa::FileIO& source, unsigned long long offset, 
     }
     constexpr const wchar_t* operation = L"appendGPSMeta";
     BinFile view(source);
-    if (!view.seek_set(offset) || view.read32() == 0) {
-        Brisa::Console::err(L"MP4: there is no box of a stated size to be copied at offset %llu.\n", offset);
-        return rewriteFailed(operation);
+    if (!view.seek_set(offset) || view.read32() == 0 || size > INT64_MAX) {
+        refuse(path, text(L"there is no box of a stated size to be copied at offset %llu", offset));
+        return rewriteFailed(*this, operation);
     }
-    const auto copy = [&](BinFile& file) {
+    Plan plan(*root);
+    plan.addTo(*moov, size, [&](Brisa::FileIO& file) {
         return source.seek_set(offset) && source.copyTo(file, size) == size;
-    };
-    return rewrite(operation, {asLastChild(*moov, size, copy)});
+    });
+    return carryOut(*this, operation, plan);
 }
 
 } // namespace MP4

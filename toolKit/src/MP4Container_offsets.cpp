@@ -6,57 +6,183 @@
 #include "ByteOrder.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
+#include "MP4Plan.h"
 
 namespace MP4 {
 
 namespace {
 
+using Brisa::FileIO;
+
 constexpr const char* movieTables = "moov.trak.mdia.minf.stbl";
 constexpr const char* spatialTables = "uuid.ZATR.mdia.minf.stbl";
+constexpr uint64_t blockBytes = 65536;
 
-/// Shifts the entries in `block`; false when one would leave its range.
-template <class Entry>
-bool shiftBlock(std::vector<uint8_t>& block, const Moves& moves) {
-    for (size_t i = 0; i < block.size(); i += sizeof(Entry)) {
-        const auto entry = loadBigEndian<Entry>(&block[i]);
-        const long long by = moves.at(entry);
-        Entry moved;
-        if (__builtin_add_overflow(entry, by, &moved)) {
-            Brisa::Console::err(L"MP4: a chunk offset of %llu, moved by %lld, does not fit %u bits.\n",
-                                static_cast<unsigned long long>(entry), by,
-                                static_cast<unsigned>(8 * sizeof entry));
+// ---- The entries of a table ------------------------------------------------------------------------
+
+/// Tells where the entries of one table point after an edit.
+class Shifter {
+public:
+    Shifter(const Pointers::Table& table, const Moves& moves_)
+        : always(table.alwaysShifts), otherwise(always ? table.by : moves_.of(table.home)), moves(moves_) {}
+
+    /// False when the sum does not fit 64 bits.
+    bool operator()(uint64_t entry, uint64_t& moved) {
+        if (!always && !stretch.holds(entry)) {
+            stretch = moves.around(entry);
+        }
+        const long long by = !always && stretch.media ? stretch.by : otherwise;
+        return !__builtin_add_overflow(entry, by, &moved);
+    }
+
+private:
+    const bool always;
+    const long long otherwise;
+    const Moves& moves;
+    Moves::Stretch stretch{0, 0, 0, false};
+};
+
+Objection doesNotFit(unsigned width) {
+    return text(L"a chunk offset, moved, does not fit %u bits", 8 * width);
+}
+
+uint64_t load(const uint8_t* bytes, unsigned width) {
+    return width == sizeof(uint32_t) ? loadBigEndian<uint32_t>(bytes) : loadBigEndian<uint64_t>(bytes);
+}
+
+void store(uint8_t* bytes, unsigned width, uint64_t value) {
+    width == sizeof(uint32_t) ? storeBigEndian(bytes, static_cast<uint32_t>(value))
+                              : storeBigEndian(bytes, value);
+}
+
+/// Hands the entries of a table, block by block, to `work`, with the offset and the length of the block,
+/// until it says no.
+template <class Work>
+bool forEachBlock(BinFile& file, const Pointers::Table& table, Work work) {
+    const uint64_t bytes = uint64_t{table.box->entryCount} * table.width;
+    ByteArray block(std::min(bytes, blockBytes));
+    for (uint64_t done = 0; done < bytes; done += block.size()) {
+        const uint64_t offset = table.box->tableOffset + done;
+        const uint64_t size = std::min<uint64_t>(bytes - done, block.size());
+        if (!readAt(file, offset, block.data(), size) || !work(block.data(), offset, size)) {
             return false;
         }
-        storeBigEndian(&block[i], moved);
     }
     return true;
 }
 
-/// Goes through one table block by block. False when its count promises more entries than its box, and
-/// every box around it, has room for.
-template <class Entry>
-bool shiftTable(BinFile& file, const STCO& table, const Moves& moves, Pass pass) {
-    constexpr uint64_t blockBytes = 65536;
-    const uint64_t end = table.wholeEnd(file.length());
-    const uint64_t bytes = table.entryCount * sizeof(Entry);
-    if (table.tableOffset > end || bytes > end - table.tableOffset) {
-        Brisa::Console::err(L"MP4: %ls has no room for its %u entries.\n", table.basicTag().c_str(),
-                            table.entryCount);
+// ---- What stands in a file -------------------------------------------------------------------------
+
+/// Calls `work` for the box headers from `from` up to `to`, of any type, as far as they follow one another.
+template <class Work>
+void forEachHeader(BinFile& file, uint64_t from, uint64_t to, Work work) {
+    file.limit = to;
+    while (to > from && to - from >= BOX::compactHeader && file.seek_set(from)) {
+        const BOX box(file, 0, nullptr);
+        if (box.tag == 0 || box.boxSize < box.headerSize() || box.end() > to) {
+            return;
+        }
+        work(box);
+        file.limit = to;
+        from = box.end();
+    }
+}
+
+/// The offsets that a `saio` box (ISO/IEC 14496-12 8.7.9) holds; false when it has no room for them.
+bool readAuxiliaryOffsets(BinFile& file, std::vector<uint64_t>& offsets) {
+    const bool wide = file.read8() != 0;
+    const bool typed = (file.read8() << 16 | file.read16()) % 2 == 1;
+    file.seek_cur(typed ? 8 : 0);
+    const uint64_t count = file.read32();
+    if (!file.fits(count * (wide ? sizeof(uint64_t) : sizeof(uint32_t)))) {
         return false;
     }
-    std::vector<uint8_t> block;
-    for (uint64_t done = 0; done < bytes; done += block.size()) {
-        block.resize(std::min(blockBytes, bytes - done));
-        if (!file.seek_set(table.tableOffset + done) ||
-            file.readAll(block.data(), block.size()) != block.size() || !shiftBlock<Entry>(block, moves)) {
+    for (uint64_t i = 0; i < count; ++i) {
+        offsets.push_back(wide ? file.read64() : file.read32());
+    }
+    return true;
+}
+
+/// The file offsets that an `iloc` box (ISO/IEC 14496-12 8.11.3) holds; false when it has no room for them.
+bool readItemLocations(BinFile& file, std::vector<uint64_t>& offsets) {
+    const uint8_t version = file.read8();
+    file.seek_cur(3);
+    const uint16_t sizes = file.read16();
+    const auto number = [&](unsigned width) -> uint64_t {
+        return width == 8 ? file.read64() : width == 4 ? file.read32() : 0;
+    };
+    const unsigned offsetBytes = sizes >> 12;
+    const unsigned lengthBytes = sizes >> 8 & 0xF;
+    const unsigned baseBytes = sizes >> 4 & 0xF;
+    const unsigned indexBytes = version == 0 ? 0 : sizes & 0xF;
+    const uint64_t extentBytes = indexBytes + offsetBytes + lengthBytes;
+    const uint32_t items = version < 2 ? file.read16() : file.read32();
+    for (uint32_t i = 0; i < items; ++i) {
+        if (!file.fits(6)) {
             return false;
         }
-        if (pass == Pass::write && (!file.seek_set(table.tableOffset + done) ||
-                                    file.writeAll(block.data(), block.size()) != block.size())) {
+        file.seek_cur(version < 2 ? 2 : 4); // the item
+        const bool inFile = version == 0 || (file.read16() & 0xF) == 0;
+        const bool here = file.read16() == 0; // not in another file that the data references name
+        const uint64_t base = number(baseBytes);
+        const uint64_t extents = file.read16();
+        if (!file.fits(extents * extentBytes)) {
             return false;
+        }
+        for (uint64_t j = 0; j < (extentBytes != 0 ? extents : std::min<uint64_t>(extents, 1)); ++j) {
+            number(indexBytes);
+            const uint64_t extent = number(offsetBytes);
+            number(lengthBytes);
+            if (inFile && here) {
+                offsets.push_back(base + extent);
+            }
         }
     }
     return true;
+}
+
+Objection damagedText(const BOX& box) {
+    return text(L"%ls is damaged: not all that points to the media data can be found",
+                box.basicTag().c_str());
+}
+
+/// Finds, at any level, the boxes whose offsets cannot be corrected.
+void collectFixed(BinFile& file, uint64_t from, uint64_t to, int level, Pointers& pointers) {
+    constexpr int deepest = 8;
+    const auto collect = [&](const BOX& box, bool (*read)(BinFile&, std::vector<uint64_t>&)) {
+        pointers.fixed.push_back({box.basicTag(), {}});
+        if (!read(file, pointers.fixed.back().offsets)) {
+            pointers.damage = damagedText(box);
+        }
+    };
+    forEachHeader(file, from, to, [&](const BOX& box) {
+        uint64_t body = box.offset + box.headerSize();
+        file.limit = box.end();
+        switch (box.tag) {
+        case fourcc("saio"):
+            collect(box, readAuxiliaryOffsets);
+            return;
+        case fourcc("iloc"):
+            collect(box, readItemLocations);
+            return;
+        case fourcc("meta"): // with a version and flags; QuickTime's has none
+            file.seek_set(body + sizeof(uint32_t));
+            body += file.read32() == inOrder<std::endian::big>(fourcc("hdlr")) ? 0 : sizeof(uint32_t);
+            break;
+        case fourcc("moov"):
+        case fourcc("trak"):
+        case fourcc("mdia"):
+        case fourcc("minf"):
+        case fourcc("stbl"):
+        case fourcc("udta"):
+            break;
+        default:
+            return;
+        }
+        if (level < deepest) {
+            collectFixed(file, body, box.end(), level + 1, pointers);
+        }
+    });
 }
 
 /// How deep a box of this type lies on the way from `moov` to the chunk offsets; 0 if it does not.
@@ -78,92 +204,284 @@ size_t levelOf(uint32_t tag) {
     }
 }
 
-/// Whether a box on that way is as it should be: its children fill it, but for less than a header, and
-/// those of the way are in the right place.
-bool isSound(const NestedBox& box) {
+/// Whether all bytes are zero, as those are that pad a box.
+bool isPadding(BinFile& file, uint64_t from, uint64_t to, uint64_t& budget) {
+    ByteArray block(std::min(to - from, blockBytes));
+    for (; from < to; from += block.size()) {
+        const uint64_t size = std::min<uint64_t>(to - from, block.size());
+        if (budget < size || !readAt(file, from, block.data(), size) ||
+            std::any_of(block.begin(), block.begin() + size, [](uint8_t byte) { return byte != 0; })) {
+            return false;
+        }
+        budget -= size;
+    }
+    return true;
+}
+
+/// Whether a box on that way is as it should be: its children fill it, but for padding or less than a header,
+/// and those of the way are in the right place. If not, it may hide a table from this reader and not from
+/// another.
+bool isSound(const NestedBox& box, BinFile& file, uint64_t& budget) {
     const size_t inside = levelOf(box.tag) + 1;
     const uint64_t reached =
         box.children.empty() ? box.offset + box.headerSize() : box.children.back()->end();
     const bool inPlace = std::all_of(box.children.begin(), box.children.end(), [inside](const auto& child) {
         return levelOf(child->tag) == 0 || levelOf(child->tag) == inside;
     });
-    const bool hasTable =
-        box.tag != fourcc("stbl") || box.first("stco") != nullptr || box.first("co64") != nullptr;
-    return reached <= box.end() && box.end() - reached < BOX::compactHeader && inPlace && hasTable;
+    return reached <= box.end() && inPlace &&
+           (box.end() - reached < BOX::compactHeader || isPadding(file, reached, box.end(), budget));
 }
 
-/// Whether all that points into the media data is known. A box that ends too soon or too late, or holds
-/// what belongs elsewhere, may hide a table from this reader and not from another.
-bool pointersAreKnown(const NestedBox& root) {
-    for (const char* const path : {"meta.iloc", "moov.trak.mdia.minf.stbl.saio"}) {
-        if (const BOX* const other = root.first(path)) {
-            Brisa::Console::err(L"MP4: %ls holds offsets that cannot be corrected.\n",
-                                other->basicTag().c_str());
-            return false;
-        }
-    }
+Objection damageOf(const NestedBox& root, BinFile& file) {
     const BOX* damaged = nullptr;
+    uint64_t budget = file.length();
     for (const char* const path :
          {"moov", "moov.trak", "moov.trak.mdia", "moov.trak.mdia.minf", movieTables}) {
-        root.find(path, [&damaged](const BOX& box) {
-            damaged = isSound(static_cast<const NestedBox&>(box)) ? damaged : &box;
+        root.find(path, [&](const BOX& box) {
+            damaged = isSound(static_cast<const NestedBox&>(box), file, budget) ? damaged : &box;
             return true;
         });
     }
-    if (damaged != nullptr) {
-        Brisa::Console::err(L"MP4: %ls is damaged: not all that points to the media data can be found.\n",
-                            damaged->basicTag().c_str());
+    return damaged == nullptr ? Objection() : damagedText(*damaged);
+}
+
+enum class Place { here, elsewhere, unknown };
+
+/// Where the media data of a track lies: in this file, or in those that its data references
+/// (ISO/IEC 14496-12 8.7.2) name.
+Place placeOf(const NestedBox& mediaInformation, const NestedBox& sampleTable, BinFile& file) {
+    const BOX* const information = mediaInformation.first("dinf");
+    std::vector<bool> isHere;
+    if (information != nullptr) {
+        forEachHeader(
+            file, information->offset + information->headerSize(), information->end(), [&](const BOX& box) {
+                if (box.tag != fourcc("dref")) {
+                    return;
+                }
+                forEachHeader(file, box.offset + box.headerSize() + 8, box.end(), [&](const BOX& reference) {
+                    file.limit = reference.end();
+                    isHere.push_back(file.read32() % 2 == 1);
+                });
+            });
     }
-    return damaged == nullptr;
+    const bool allHere = std::all_of(isHere.begin(), isHere.end(), [](bool here) { return here; });
+    if (allHere || std::none_of(isHere.begin(), isHere.end(), [](bool here) { return here; })) {
+        return allHere ? Place::here : Place::elsewhere;
+    }
+    std::vector<Place> places;
+    sampleTable.find("stsd", [&](const BOX& descriptions) {
+        for (const auto& entry : static_cast<const STSD&>(descriptions).children) {
+            file.limit = entry->end();
+            file.seek_set(entry->offset + entry->headerSize() + 6);
+            const size_t reference = file.read16();
+            const bool known = reference >= 1 && reference <= isHere.size();
+            places.push_back(!known                  ? Place::unknown
+                             : isHere[reference - 1] ? Place::here
+                                                     : Place::elsewhere);
+        }
+        return true;
+    });
+    const bool same = !places.empty() && std::all_of(places.begin(), places.end(),
+                                                     [&](Place place) { return place == places.front(); });
+    return same ? places.front() : Place::unknown;
+}
+
+void addTables(const NestedBox& sampleTable, uint64_t home, Pointers& pointers) {
+    for (const auto& child : sampleTable.children) {
+        const bool wide = child->tag == fourcc("co64");
+        if (wide || child->tag == fourcc("stco")) {
+            pointers.tables.push_back(
+                {.box = static_cast<const STCO*>(child.get()), .width = wide ? 8U : 4U, .home = home});
+        }
+    }
+}
+
+void collectTables(const NestedBox& root, BinFile& file, Pointers& pointers) {
+    const BOX* const media = root.first("mdat");
+    pointers.home = media != nullptr        ? media->offset
+                    : root.children.empty() ? 0
+                                            : root.children.back()->end();
+    root.find("moov.trak.mdia.minf", [&](const BOX& box) {
+        const auto& information = static_cast<const NestedBox&>(box);
+        information.find("stbl", [&](const BOX& stbl) {
+            const auto& sampleTable = static_cast<const NestedBox&>(stbl);
+            const Place place = placeOf(information, sampleTable, file);
+            if (place == Place::unknown && pointers.damage.empty()) {
+                pointers.damage = text(L"%ls: its samples lie in several files", stbl.basicTag().c_str());
+            }
+            if (place != Place::elsewhere) {
+                addTables(sampleTable, pointers.home, pointers);
+            }
+            return true;
+        });
+        return true;
+    });
+    for (const auto& box : root.children) {
+        if (isSpatial(*box)) {
+            pointersOfBlock(static_cast<const NestedBox&>(*box), pointers);
+        }
+    }
+}
+
+/// The fields of the tables at a path, each shifted by the same distance.
+std::vector<Pointers::Table> tablesAt(const NestedBox& top, const std::string& path, long long by) {
+    std::vector<Pointers::Table> tables;
+    for (const auto& [type, width] : {std::pair{".stco", sizeof(uint32_t)}, {".co64", sizeof(uint64_t)}}) {
+        top.find((path + type).c_str(), [&, bytes = width](const BOX& box) {
+            tables.push_back({.box = static_cast<const STCO*>(&box),
+                              .width = static_cast<unsigned>(bytes),
+                              .home = 0,
+                              .by = by,
+                              .alwaysShifts = true});
+            return true;
+        });
+    }
+    return tables;
+}
+
+/// Shifts the entries in the file; false, with nothing written, when one would leave its range.
+bool shiftInPlace(BinFile& file, const std::vector<Pointers::Table>& tables) {
+    const Moves none;
+    for (const Pointers::Table& table : tables) {
+        const Pointers::Survey survey = table.survey(file, none);
+        if (!survey.objection.empty() || survey.leaves32Bits) {
+            Brisa::Console::err(L"MP4: %ls.\n", survey.objection.empty() ? doesNotFit(table.width).c_str()
+                                                                         : survey.objection.c_str());
+            return false;
+        }
+    }
+    return std::all_of(tables.begin(), tables.end(), [&](const Pointers::Table& table) {
+        return forEachBlock(file, table, [&](uint8_t* block, uint64_t offset, uint64_t size) {
+            table.shift(none, block, block, table.width, size / table.width);
+            return file.seek_set(offset) && file.writeAll(block, size) == size;
+        });
+    });
 }
 
 } // namespace
 
-long long Moves::at(uint64_t offset) const {
-    const auto stretch = std::find_if(stretches.begin(), stretches.end(), [offset](const Stretch& candidate) {
-        return candidate.from <= offset && (offset < candidate.to || candidate.to == toTheEnd);
+Pointers::Survey Pointers::Table::survey(BinFile& file, const Moves& moves) const {
+    Survey survey;
+    const uint64_t bytes = uint64_t{box->entryCount} * width;
+    const uint64_t end = box->endWithin(file.length());
+    if (box->tableOffset > end || bytes > end - box->tableOffset) {
+        survey.objection =
+            text(L"%ls has no room for its %u entries", box->basicTag().c_str(), box->entryCount);
+        return survey;
+    }
+    Shifter shifted(*this, moves);
+    const bool read = forEachBlock(file, *this, [&](const uint8_t* block, uint64_t, uint64_t size) {
+        for (uint64_t i = 0; i < size; i += width) {
+            const uint64_t entry = load(block + i, width);
+            uint64_t moved;
+            if (!shifted(entry, moved)) {
+                survey.objection = doesNotFit(width);
+                return false;
+            }
+            survey.moved += moved != entry ? 1 : 0;
+            survey.leaves32Bits = survey.leaves32Bits || (moved > UINT32_MAX && width == sizeof(uint32_t));
+        }
+        return true;
     });
-    return stretch == stretches.end() ? 0 : stretch->by;
+    if (!read && survey.objection.empty()) {
+        survey.objection = text(L"%ls cannot be read", box->basicTag().c_str());
+    }
+    return survey;
 }
 
-Moves Moves::everything(long long by) {
-    Moves moves;
-    moves.add(0, toTheEnd, by);
-    return moves;
+void Pointers::Table::shift(const Moves& moves, const uint8_t* from, uint8_t* to, unsigned newWidth,
+                            uint64_t count) const {
+    Shifter shifted(*this, moves);
+    for (uint64_t i = 0; i < count; ++i) {
+        uint64_t moved = 0;
+        shifted(load(from + i * width, width), moved);
+        store(to + i * newWidth, newWidth, moved);
+    }
 }
 
-ChunkOffsets::ChunkOffsets(const NestedBox& top, const std::string& path) {
-    const auto collectInto = [](std::vector<const STCO*>& tables) {
-        return [&tables](const BOX& box) {
-            tables.push_back(static_cast<const STCO*>(&box));
-            return true;
-        };
-    };
-    top.find((path + ".stco").c_str(), collectInto(narrow));
-    top.find((path + ".co64").c_str(), collectInto(wide));
+bool Pointers::Table::write(BinFile& file, const Moves& moves, FileIO& destination, unsigned newWidth) const {
+    ByteArray moved(blockBytes / width * newWidth);
+    return forEachBlock(file, *this, [&](const uint8_t* block, uint64_t, uint64_t size) {
+        const uint64_t count = size / width;
+        shift(moves, block, moved.data(), newWidth, count);
+        return destination.writeAll(moved.data(), count * newWidth) == count * newWidth;
+    });
 }
 
-bool ChunkOffsets::canShift(BinFile& file, const Moves& moves) const {
-    return goThrough(file, moves, Pass::check);
+Objection Pointers::objection(const Moves& moves) const {
+    const bool fragmentMoves = std::any_of(fragments.begin(), fragments.end(),
+                                           [&](uint64_t offset) { return moves.of(offset) != 0; });
+    if (fragmentMoves) {
+        return L"the movie fragments must stay where they are";
+    }
+    for (const Fixed& pointers : fixed) {
+        for (const uint64_t offset : pointers.offsets) {
+            if (moves.of(offset) != 0) {
+                return text(L"%ls holds offsets that cannot be corrected", pointers.holder.c_str());
+            }
+        }
+    }
+    return moveWith(moves) ? damage : Objection();
 }
 
-bool ChunkOffsets::shift(BinFile& file, const Moves& moves) const {
-    return goThrough(file, moves, Pass::check) && goThrough(file, moves, Pass::write);
+bool Pointers::pointInto(BinFile& file, uint64_t from, uint64_t to) const {
+    const auto within = [from, to](uint64_t offset) { return from <= offset && offset < to; };
+    return std::any_of(fixed.begin(), fixed.end(),
+                       [&](const Fixed& pointers) {
+                           return std::any_of(pointers.offsets.begin(), pointers.offsets.end(), within);
+                       }) ||
+           std::any_of(tables.begin(), tables.end(), [&](const Table& table) {
+               return !forEachBlock(file, table, [&](const uint8_t* block, uint64_t, uint64_t size) {
+                   uint64_t at = 0;
+                   while (at < size && !within(load(block + at, table.width))) {
+                       at += table.width;
+                   }
+                   return at >= size;
+               });
+           });
 }
 
-bool ChunkOffsets::goThrough(BinFile& file, const Moves& moves, Pass pass) const {
-    return std::all_of(narrow.begin(), narrow.end(),
-                       [&](const STCO* table) { return shiftTable<uint32_t>(file, *table, moves, pass); }) &&
-           std::all_of(wide.begin(), wide.end(),
-                       [&](const STCO* table) { return shiftTable<uint64_t>(file, *table, moves, pass); });
+void pointersOfBlock(const NestedBox& block, Pointers& pointers) {
+    block.find("ZATR.mdia.minf.stbl", [&](const BOX& box) {
+        addTables(static_cast<const NestedBox&>(box), block.offset, pointers);
+        return true;
+    });
+}
+
+Pointers pointersOf(const NestedBox& root, BinFile& file) {
+    Pointers pointers;
+    for (const auto& box : root.children) {
+        if (box->tag == fourcc("moov") || box->tag == fourcc("meta")) {
+            collectFixed(file, box->offset, std::min(box->end(), file.length()), 0, pointers);
+        }
+    }
+    if (root.first("moof") != nullptr) {
+        for (const auto& box : root.children) {
+            if (box->tag == fourcc("moof") || box->tag == fourcc("mdat")) {
+                pointers.fragments.push_back(box->offset);
+            }
+        }
+    }
+    if (pointers.damage.empty()) {
+        pointers.damage = damageOf(root, file);
+    }
+    collectTables(root, file, pointers);
+    file.limit = ~uint64_t{0};
+    pointers.record = recordOfSound(root);
+    if (pointers.record != nullptr &&
+        file.seek_set(pointers.record->offset + pointers.record->headerSize())) {
+        pointers.recorded = file.read64();
+    }
+    return pointers;
 }
 
 template <class Table, class Entry>
 bool modifyIndex(BinFile& file, BOX& table, long long change) {
-    const auto& entries = static_cast<const Table&>(table);
-    const Moves moves = Moves::everything(change);
-    return shiftTable<Entry>(file, entries, moves, Pass::check) &&
-           shiftTable<Entry>(file, entries, moves, Pass::write);
+    return shiftInPlace(file, {{.box = static_cast<const Table*>(&table),
+                                .width = sizeof(Entry),
+                                .home = 0,
+                                .by = change,
+                                .alwaysShifts = true}});
 }
 
 template bool modifyIndex<STCO, unsigned int>(BinFile&, BOX&, long long);
@@ -181,54 +499,8 @@ bool Container::modifySTCOIndexImpl(const std::string& sampleTablePath, BinFile&
     if (root == nullptr) {
         return false;
     }
-    const ChunkOffsets offsets(*root, sampleTablePath);
-    return !offsets.empty() && offsets.shift(file, Moves::everything(change));
-}
-
-bool Container::mediaMovesAsOne(const Moves& moves) const {
-    return std::all_of(root->children.begin(), root->children.end(), [&](const auto& box) {
-        return box->tag != fourcc("mdat") || moves.at(box->offset) == moves.at(mdat->offset);
-    });
-}
-
-bool Container::movesFragments(const Moves& moves) const {
-    const auto& boxes = root->children;
-    const bool moved =
-        std::any_of(boxes.begin(), boxes.end(), [](const auto& box) { return box->tag == fourcc("moof"); }) &&
-        std::any_of(boxes.begin(), boxes.end(), [&](const auto& box) {
-            return (box->tag == fourcc("moof") || box->tag == fourcc("mdat")) && moves.at(box->offset) != 0;
-        });
-    if (moved) {
-        Brisa::Console::err(L"MP4: %ls has movie fragments, which must stay where they are.\n", path.c_str());
-    }
-    return moved;
-}
-
-bool Container::mayMove(const Moves& moves, bool everyChunkMoves) const {
-    bool may = false;
-    open([&](Brisa::FileIO& handle) {
-        BinFile file(handle);
-        const bool mediaMoves = !mediaMovesAsOne(moves) || (mdat != nullptr && moves.at(mdat->offset) != 0);
-        may = describesAll(handle) && !movesFragments(moves) &&
-              (!mediaMoves ||
-               (pointersAreKnown(*root) &&
-                ChunkOffsets(*root, movieTables)
-                    .canShift(file, everyChunkMoves ? Moves::everything(moves.at(mdat->offset)) : moves)));
-    });
-    return may;
-}
-
-bool Container::correctOffsets(Container& written, BinFile& file, const Moves& moves,
-                               bool everyChunkMoves) const {
-    const long long by = mdat != nullptr ? moves.at(mdat->offset) : 0;
-    bool corrected = true;
-    if (!everyChunkMoves) {
-        const ChunkOffsets offsets(*written.root, movieTables);
-        corrected = !offsets.empty() && offsets.shift(file, moves);
-    } else if (by != 0) {
-        corrected = written.modifySTCOIndex(file, by);
-    }
-    return corrected && correctSpatialOffsets(written, file, moves);
+    const auto tables = tablesAt(*root, sampleTablePath, change);
+    return !tables.empty() && shiftInPlace(file, tables);
 }
 
 } // namespace MP4

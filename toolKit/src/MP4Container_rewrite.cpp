@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
+#include "Brisa/BrisaNewFile.h"
 #include "ByteOrder.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
@@ -14,93 +14,198 @@ namespace {
 
 using Brisa::Console;
 using Brisa::FileIO;
+using Brisa::NewFile;
 
 constexpr const wchar_t* temporarySuffix = L".tmp.mp4";
 
-/// A file under construction: gone with the object unless it was kept.
-class NewFile {
-public:
-    explicit NewFile(std::wstring path_) : path(std::move(path_)) {}
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-    ~NewFile() {
-        if (exists) {
-            FileIO::unlink(path);
-        }
+std::wstring newFilePath(const Container& container) {
+    return container.outputPath != nullptr ? container.outputPath : container.path + temporarySuffix;
+}
+
+/// The file that a rewrite writes; null, and the reason, where it would harm another one.
+std::unique_ptr<NewFile> newFileFor(const Container& container, const FileIO& old, Objection& reason) {
+    const std::wstring place = newFilePath(container);
+    const bool harmless = FileIO::isFree(place) && !old.isFileAt(place);
+    auto file = !harmless                         ? nullptr
+                : container.outputPath != nullptr ? NewFile::beside(place)
+                                                  : NewFile::at(place);
+    if (file == nullptr) {
+        reason = text(L"%ls is no place for a new file", place.c_str());
     }
+    return file;
+}
 
-    bool write(const std::function<bool(BinFile&)>& content) {
-        bool written = false;
-        FileIO::open_w(path, [&](FileIO& file) {
-            exists = true;
-            BinFile view(file);
-            written = content(view) && !view.failed();
-        });
-        return written;
+/// A new file that is complete gets to its place.
+bool settle(Container& container, const Claim& claim, NewFile& file) {
+    if (!claim.isUntouched()) {
+        return refuse(container.path, L"somebody wrote to it meanwhile");
     }
-
-    /// Takes the place of the file at `old`, with the permissions of the one that is open there.
-    bool replace(const FileIO& oldFile, const std::wstring& old) {
-        bool settled = false;
-        FileIO::open_a(path,
-                       [&](const FileIO& file) { settled = file.adoptPermissions(oldFile) && file.sync(); });
-        if (!settled || !oldFile.isFileAt(old) || !FileIO::rename(path, old)) {
-            Console::err(L"MP4: %ls cannot take the place of %ls.\n", path.c_str(), old.c_str());
-            return false;
-        }
-        keep();
-        return true;
+    const bool beside = container.outputPath != nullptr;
+    const std::wstring place = beside ? container.outputPath : container.path;
+    if (!file.take(place, !beside, &claim.file())) {
+        return refuse(file.path(), text(L"it cannot take the place of %ls", place.c_str()));
     }
+    if (beside) {
+        container.path = place;
+        container.outputPath = nullptr;
+    }
+    return true;
+}
 
-    void keep() { exists = false; }
+bool writeNewFile(Container& container, const Claim& claim, const Plan& plan) {
+    Objection reason;
+    const auto file = newFileFor(container, claim.file(), reason);
+    if (file == nullptr) {
+        return refuse(container.path, reason);
+    }
+    BinFile source(claim.file());
+    return plan.write(source, file->file()) && settle(container, claim, *file);
+}
 
-    const std::wstring path;
+// ---- A new movie box -------------------------------------------------------------------------------
 
-private:
-    bool exists = false;
+/// A stretch of `free` boxes that begins with a former `moov`.
+struct Hole {
+    uint64_t from = 0;
+    uint64_t to = 0;
+    [[nodiscard]] bool takes(uint64_t size) const {
+        return size == to - from || (size < to - from && to - from - size >= BOX::compactHeader);
+    }
 };
 
-bool patch(Container& written, const std::function<bool(Container&, BinFile&)>& step) {
-    bool patched = false;
-    written.open_a([&](FileIO& file) {
-        BinFile view(file);
-        patched = step(written, view) && !view.failed();
+/// The first hole that the new movie box fits into, and that nothing points into.
+Hole holeFor(uint64_t size, const Container& container, BinFile& file, const Pointers& pointers) {
+    Hole hole;
+    bool behindMedia = false;
+    const auto usable = [&] {
+        return hole.takes(size) && hole.to - hole.from <= UINT32_MAX &&
+               !pointers.pointInto(file, hole.from, hole.to);
+    };
+    for (const auto& box : container.root->children) {
+        behindMedia = behindMedia || box->tag == fourcc("mdat");
+        const bool isFree =
+            box->tag == fourcc("free") && !box->largeSize && box->end() <= container.root->boxSize;
+        std::array<char, 4> first{};
+        const bool former =
+            isFree && behindMedia &&
+            readAt(file, box->offset + box->headerSize() + sizeof(uint32_t), first.data(), 4) &&
+            std::memcmp(first.data(), "mvhd", first.size()) == 0;
+        if (isFree && hole.to == box->offset) {
+            hole.to = box->end();
+        } else if (usable()) {
+            break;
+        } else {
+            hole = former ? Hole{box->offset, box->end()} : Hole{};
+        }
+    }
+    return usable() ? hole : Hole{};
+}
+
+ByteArray headerOf(uint64_t size, uint32_t type) {
+    ByteArray header(BOX::compactHeader);
+    storeBigEndian(header.data(), static_cast<uint32_t>(size));
+    std::memcpy(header.data() + sizeof(uint32_t), &type, sizeof type);
+    return header;
+}
+
+ByteArray typeBytes(uint32_t type) {
+    ByteArray bytes;
+    bytes.assign(&type, sizeof type);
+    return bytes;
+}
+
+/// What a hole of this size begins with, so that it is known for one.
+ByteArray holeHeader(uint64_t size) {
+    ByteArray header = headerOf(size, fourcc("free"));
+    if (size >= 2 * BOX::compactHeader) {
+        header.append(headerOf(BOX::compactHeader, fourcc("mvhd")));
+    }
+    return header;
+}
+
+/// An old movie box becomes a hole, by one write: together with the `free` boxes next to it, unless the new
+/// movie box lies there. `rest` is what that left of its own hole.
+bool makeHole(const Container& container, Attempt& attempt, const BOX& movie, const Hole& filled,
+              const Hole& rest) {
+    Hole hole{movie.offset, movie.end()};
+    if (rest.to == movie.offset) {
+        hole.from = rest.from;
+    }
+    for (const auto& box : container.root->children) {
+        const bool isFree = box->tag == fourcc("free") && !box->largeSize &&
+                            box->end() <= container.root->boxSize &&
+                            (box->end() <= filled.from || box->offset >= filled.to);
+        hole.from = isFree && box->end() == hole.from ? box->offset : hole.from;
+        hole.to = isFree && box->offset == hole.to ? box->end() : hole.to;
+    }
+    if (movie.largeSize || hole.to - hole.from > UINT32_MAX) {
+        return attempt.overwrite(movie.offset + sizeof(uint32_t), typeBytes(fourcc("free")));
+    }
+    return attempt.overwrite(hole.from, headerOf(hole.to - hole.from, fourcc("free")));
+}
+
+/// Every movie box of the tree goes: a new one is there.
+bool dropMovieBoxes(const Container& container, Attempt& attempt, const Hole& filled, const Hole& rest) {
+    const auto& all = container.root->children;
+    return std::all_of(all.rbegin(), all.rend(), [&](const auto& box) {
+        return box->tag != fourcc("moov") || makeHole(container, attempt, *box, filled, rest);
     });
-    return patched;
 }
 
-std::function<bool(BinFile&)> writerOf(const ByteArray& bytes) {
-    return [&bytes](BinFile& file) { return file.writeAll(bytes.data(), bytes.size()) == bytes.size(); };
-}
-
-bool copyAround(const std::vector<Insertion>& insertions, BinFile& source, BinFile& destination,
-                unsigned long long& insertionOffset) {
-    uint64_t copied = 0;
-    for (const Insertion& insertion : insertions) {
-        if (!copyStretch(source, destination, copied, insertion.from)) {
-            return false;
-        }
-        insertionOffset = destination.position();
-        if (!insertion.write(destination)) {
-            return false;
-        }
-        copied = insertion.to;
+// A reader that comes after the process died finds, behind each step: the old movie and one hole; the same,
+// with the new movie in a `free` box; both movies, of which the first counts; the new movie.
+bool fillHole(const Container& container, FileIO& file, const Hole& hole, const NewBox& box) {
+    Attempt attempt(file);
+    const Hole rest{hole.from + box.size, hole.to};
+    if (!attempt.remember(hole.from, hole.to - hole.from) ||
+        !attempt.overwrite(hole.from, headerOf(hole.to - hole.from, fourcc("free"))) || !file.flush() ||
+        (rest.to != rest.from && !attempt.overwrite(rest.from, holeHeader(rest.to - rest.from))) ||
+        !file.flush() || !file.seek_set(hole.from) || !box.write(file) || !file.flush() ||
+        !Brisa::Watch::goOn() || !attempt.overwrite(hole.from + sizeof(uint32_t), typeBytes(box.type)) ||
+        !file.flush()) {
+        return false;
     }
-    return copyStretch(source, destination, copied, source.length());
+    // An old movie box at the end of the file need not stay as a hole.
+    const BOX& last = *container.root->children.back();
+    const bool dropped = last.tag == fourcc("moov") && last.offset > hole.from
+                             ? file.truncate(last.offset)
+                             : dropMovieBoxes(container, attempt, hole, rest);
+    if (!dropped) {
+        return false;
+    }
+    attempt.keep();
+    return file.flush();
 }
 
-Moves movesOf(const std::vector<Insertion>& insertions) {
-    Moves moves;
-    long long by = 0;
-    for (auto insertion = insertions.begin(); insertion != insertions.end(); ++insertion) {
-        const auto next = std::next(insertion);
-        by += insertion->change();
-        moves.add(insertion->to, next == insertions.end() ? Moves::toTheEnd : next->from, by);
-    }
-    return moves;
+/// Whether the plan can be carried out without moving a byte of media data.
+bool canMakeNewMovieBox(const Container& container, const Plan& plan, BinFile& file,
+                        const Pointers& pointers) {
+    const BOX* const moov = container.moov;
+    return container.newMovieBox && container.outputPath == nullptr && moov != nullptr &&
+           container.isMdatFirst() && container.root->first("moof") == nullptr &&
+           container.root->first("mfra") == nullptr &&
+           plan.changesOnly(moov->offset + moov->headerSize(), moov->end()) &&
+           !pointers.pointInto(file, moov->offset, moov->end()) && objectionToAppend(container, file).empty();
+}
+
+bool writeNewMovieBox(Container& container, Claim& claim, const Plan& plan, const Pointers& pointers) {
+    BinFile source(claim.file());
+    const NewBox box{
+        .size = plan.size(),
+        .type = fourcc("moov"),
+        .write = [&](FileIO& file) { return plan.write(source, file); },
+        .whenItCounts = [&](Attempt& attempt) { return dropMovieBoxes(container, attempt, {}, {}); }};
+    const Hole hole = holeFor(box.size, container, source, pointers);
+    return claim.update([&](FileIO& file) {
+        return hole.to != 0 ? fillHole(container, file, hole, box) : appendBox(container, file, box);
+    });
 }
 
 } // namespace
+
+bool readAt(BinFile& file, uint64_t offset, void* bytes, uint64_t size) {
+    return file.seek_set(offset) && file.readAll(bytes, size) == size;
+}
 
 bool fitsBox(uint64_t bytes) {
     const bool fits = bytes <= UINT32_MAX - UUID::prefixSize;
@@ -111,142 +216,149 @@ bool fitsBox(uint64_t bytes) {
     return fits;
 }
 
-Insertion asLastChild(NestedBox& parent, uint64_t size, std::function<bool(BinFile&)> write) {
-    // Not always the end of the parent: what may follow the last child (QuickTime closes user data
-    // with four zero bytes) would hide anything that comes behind it.
-    const uint64_t at =
-        parent.children.empty() ? parent.offset + parent.headerSize() : parent.children.back()->end();
-    return {.from = at, .to = at, .size = size, .grown = &parent, .write = std::move(write)};
+bool rewriteFailed(Container& container, const wchar_t* operation) {
+    Console::out(L"Container::modifyContainer::%ls(%ls to %ls) failed.\n", operation, container.path.c_str(),
+                 newFilePath(container).c_str());
+    reattach(container);
+    return false;
 }
 
-Insertion asLastChild(NestedBox& parent, const ByteArray& bytes) {
-    return asLastChild(parent, bytes.size(), writerOf(bytes));
+bool patchFailed(Container& container, const wchar_t* operation) {
+    Console::out(L"Container::modifyContainer::%ls(%ls) failed.\n", operation, container.path.c_str());
+    reattach(container);
+    return false;
 }
 
-Insertion inPlaceOf(BOX& child, const ByteArray& bytes) {
-    return {.from = child.offset,
-            .to = child.end(),
-            .size = bytes.size(),
-            .grown = child.parent,
-            .write = writerOf(bytes)};
-}
-
-bool liesWithin(uint64_t from, uint64_t to, const BOX* around, uint64_t length) {
-    for (; around != nullptr && around->depth >= 0; around = around->parent) {
-        if (from < around->offset + around->headerSize() || from > to || to > around->end()) {
-            return false;
+bool carryOut(Container& container, const wchar_t* operation, Plan& plan) {
+    bool done = false;
+    bool inPlace = false;
+    {
+        Claim claim(container);
+        Objection reason = claim.objection();
+        if (reason.empty()) {
+            BinFile file(claim.file());
+            const Pointers pointers = pointersOf(*container.root, file);
+            inPlace = canMakeNewMovieBox(container, plan, file, pointers);
+            if (inPlace) {
+                plan.keepOnly(container.moov->offset, container.moov->end(), container.root->boxSize);
+                plan.replace(container.moov->offset + sizeof(uint32_t),
+                             container.moov->offset + BOX::compactHeader, typeBytes(fourcc("free")));
+                plan.resize(container.moov, 0);
+            }
+            reason = plan.complete(file, pointers);
+            if (reason.empty() && container.dryRun) {
+                Console::out(inPlace ? L"plan: a new movie box\n" : L"plan: a new file\n");
+                plan.dump();
+                return true;
+            }
+            done = reason.empty() && (inPlace ? writeNewMovieBox(container, claim, plan, pointers)
+                                              : writeNewFile(container, claim, plan));
         }
-        from = around->offset;
-        to = around->end();
+        if (!reason.empty()) {
+            refuse(container.path, reason);
+        }
     }
-    return to <= length;
+    if (!done) {
+        return inPlace ? patchFailed(container, operation) : rewriteFailed(container, operation);
+    }
+    reattach(container);
+    return true;
 }
 
-bool canResize(const std::vector<Resizing>& boxes) {
-    return std::all_of(boxes.begin(), boxes.end(), [](const Resizing& resizing) {
-        const BOX& box = *resizing.box;
-        uint64_t size;
-        const bool fits = !__builtin_add_overflow(box.boxSize, resizing.change, &size) &&
-                          size >= box.headerSize() && (box.largeSize || size <= UINT32_MAX);
-        if (!fits) {
-            Console::err(L"MP4: the size of %ls, changed by %lld, does not fit its %u bits.\n",
-                         box.basicTag().c_str(), resizing.change, box.largeSize ? 64U : 32U);
+bool patch(Container& container, const wchar_t* operation, Plan& plan) {
+    bool done = false;
+    {
+        Claim claim(container);
+        Objection reason = claim.objection();
+        if (reason.empty()) {
+            BinFile source(claim.file());
+            reason = plan.complete(source, {});
+            const auto [from, to] = plan.window();
+            if (reason.empty() && container.dryRun) {
+                Console::out(L"plan: one write over what is there\n");
+                plan.dump();
+                return true;
+            }
+            ByteArray old(to - from);
+            done = reason.empty() && readAt(source, from, old.data(), old.size()) &&
+                   claim.update([&, at = from](FileIO& file) {
+                       Attempt attempt(file);
+                       const bool written = attempt.overwrite(at, plan.patched(old)) && file.flush();
+                       written ? attempt.keep() : void();
+                       return written;
+                   });
         }
-        return fits;
+        if (!reason.empty()) {
+            refuse(container.path, reason);
+        }
+    }
+    if (!done) {
+        return operation != nullptr && patchFailed(container, operation);
+    }
+    reattach(container);
+    return true;
+}
+
+// ---- Three steps, for callers of their own ---------------------------------------------------------
+
+namespace {
+
+bool step(Container& written, const std::function<bool(Container&, BinFile&)>& work) {
+    bool done = false;
+    written.open_a([&](FileIO& file) {
+        BinFile view(file);
+        done = work(written, view) && !view.failed();
     });
+    return done;
 }
 
-bool resize(BinFile& file, const std::vector<Resizing>& boxes) {
-    return canResize(boxes) && std::all_of(boxes.begin(), boxes.end(), [&file](const Resizing& resizing) {
-               BOX header(*resizing.box, nullptr);
-               header.offset = resizing.offset;
-               return header.size(file, shifted(header.boxSize, resizing.change));
-           });
-}
-
-bool readAt(BinFile& file, uint64_t offset, uint8_t* bytes, uint64_t size) {
-    return file.seek_set(offset) && file.readAll(bytes, size) == size;
-}
-
-bool overwrite(BinFile& file, uint64_t offset, const ByteArray& bytes) {
-    ByteArray old(bytes.size());
-    if (!readAt(file, offset, old.data(), old.size()) || !file.seek_set(offset)) {
-        return false;
-    }
-    const bool written = file.writeAll(bytes.data(), bytes.size()) == bytes.size();
-    if (!written && file.seek_set(offset)) {
-        file.writeAll(old.data(), old.size());
-    }
-    return written;
-}
-
-bool copyStretch(BinFile& source, BinFile& destination, uint64_t from, uint64_t to) {
-    return from <= to && source.seek_set(from) && source.copyTo(destination, to - from) == to - from;
-}
-
-std::wstring Container::newFilePath() const {
-    return outputPath != nullptr ? outputPath : path + temporarySuffix;
-}
-
-bool Container::rewriteFailed(const wchar_t* operation) {
-    Console::out(L"Container::modifyContainer::%ls(%ls to %ls) failed.\n", operation, path.c_str(),
-                 newFilePath().c_str());
-    attach(path);
-    return false;
-}
-
-bool Container::patchFailed(const wchar_t* operation) const {
-    Console::out(L"Container::modifyContainer::%ls(%ls) failed.\n", operation, path.c_str());
-    return false;
-}
+} // namespace
 
 bool Container::modifyContainer(const wchar_t* operation, std::function<bool(BinFile&)> edit) {
     bool modified = false;
-    open_a([&](FileIO& file) {
-        BinFile view(file);
-        modified = describes(file) && edit(view);
-    });
-    if (!modified) {
-        patchFailed(operation);
+    {
+        Claim claim(*this);
+        modified = claim.objection().empty() ? claim.update([&](FileIO& file) {
+            BinFile view(file);
+            return edit(view);
+        })
+                                             : refuse(path, claim.objection());
     }
-    attach(path);
-    return modified;
+    if (!modified) {
+        return patchFailed(*this, operation);
+    }
+    reattach(*this);
+    return true;
 }
 
 bool Container::modifyContainer(const wchar_t* operation,
                                 std::function<bool(BinFile&, BinFile&, unsigned long long&)> copy,
                                 std::function<bool(Container&, BinFile&)> first,
                                 std::function<bool(Container&, BinFile&)> second) {
-    NewFile newFile(newFilePath());
     bool rewritten = false;
-    open([&](FileIO& file) {
-        if (!FileIO::isFree(newFile.path) || file.isFileAt(newFile.path)) {
-            Console::err(L"MP4: %ls is no place for a new file.\n", newFile.path.c_str());
-            return;
+    {
+        Claim claim(*this);
+        Objection reason = claim.objection();
+        const auto file = reason.empty() ? newFileFor(*this, claim.file(), reason) : nullptr;
+        if (file == nullptr) {
+            refuse(path, reason);
+        } else {
+            BinFile source(claim.file());
+            BinFile destination(file->file());
+            unsigned long long insertionOffset = 0;
+            Container written;
+            written.keepContents = false;
+            rewritten = source.seek_set(0) && copy(source, destination, insertionOffset) &&
+                        !source.failed() && !destination.failed() &&
+                        written.attach(file->path(), insertionOffset) && !written.incomplete() &&
+                        step(written, first) && written.attach(file->path()) && !written.incomplete() &&
+                        step(written, second) && settle(*this, claim, *file);
         }
-        if (!describesAll(file)) {
-            return;
-        }
-        BinFile source(file);
-        unsigned long long insertionOffset = 0;
-        Container written;
-        written.keepContents = false;
-        rewritten = newFile.write([&](BinFile& destination) {
-            return copy(source, destination, insertionOffset) && !source.failed();
-        }) && written.attach(newFile.path, insertionOffset) &&
-                    !written.incomplete() && patch(written, first) && written.attach(newFile.path) &&
-                    !written.incomplete() && patch(written, second) &&
-                    (outputPath != nullptr || newFile.replace(file, path));
-    });
+    }
     if (!rewritten) {
-        return rewriteFailed(operation);
+        return rewriteFailed(*this, operation);
     }
-    if (outputPath != nullptr) {
-        newFile.keep();
-        path = newFile.path;
-        outputPath = nullptr;
-    }
-    attach(path);
+    reattach(*this);
     return true;
 }
 
@@ -254,71 +366,40 @@ bool Container::insertBox(const wchar_t* operation, BOX& box, bool replace,
                           std::function<bool(BinFile&)> write,
                           std::function<bool(Container&, BinFile&)> first,
                           std::function<bool(Container&, BinFile&)> second) {
-    const std::vector<Insertion> insertions{{.from = replace ? box.offset : box.end(),
-                                             .to = box.end(),
-                                             .size = 0, // known to `write` and the steps alone
-                                             .grown = nullptr,
-                                             .write = std::move(write)}};
-    Moves moves;
-    moves.add(box.end(), Moves::toTheEnd, 1); // how far is not known yet
-    if (movesFragments(moves)) {
-        return rewriteFailed(operation);
+    const auto& boxes = root->children;
+    const bool fragmented =
+        root->first("moof") != nullptr && std::any_of(boxes.begin(), boxes.end(), [&](const auto& other) {
+            return (other->tag == fourcc("moof") || other->tag == fourcc("mdat")) &&
+                   other->offset >= box.end();
+        });
+    if (fragmented) {
+        refuse(path, L"the movie fragments must stay where they are");
+        return rewriteFailed(*this, operation);
     }
-    return modifyContainer(
-        operation,
-        [&](BinFile& source, BinFile& destination, unsigned long long& insertionOffset) {
-            return copyAround(insertions, source, destination, insertionOffset);
-        },
-        std::move(first), std::move(second));
+    const auto copyAround = [&](BinFile& source, BinFile& destination, unsigned long long& insertionOffset) {
+        const uint64_t kept = replace ? box.offset : box.end();
+        const uint64_t behind = source.length() - std::min(box.end(), source.length());
+        if (source.copyTo(destination, kept) != kept) {
+            return false;
+        }
+        insertionOffset = destination.position();
+        return write(destination) && source.seek_set(box.end()) &&
+               source.copyTo(destination, behind) == behind;
+    };
+    return modifyContainer(operation, copyAround, std::move(first), std::move(second));
 }
 
 bool Container::modifyBoxSize(BinFile& file, BOX& box, long long change) {
-    std::vector<Resizing> boxes;
-    for (const BOX* around = &box; around != nullptr && around != root.get(); around = around->parent) {
-        boxes.push_back({around, around->offset, change});
-    }
-    return resize(file, boxes);
-}
-
-bool Container::rewrite(const wchar_t* operation, const std::vector<Insertion>& insertions,
-                        bool* reachedOffsets) {
-    const bool sound = std::all_of(insertions.begin(), insertions.end(), [this](const Insertion& insertion) {
-        return liesWithin(insertion.from, insertion.to, insertion.grown, root->boxSize);
-    });
-    if (!sound) {
-        Console::err(L"MP4: %ls: the boxes to be changed do not lie within one another.\n", path.c_str());
-        return rewriteFailed(operation);
-    }
-    const Moves moves = movesOf(insertions);
-    const bool everyChunkMoves = mediaMovesAsOne(moves);
-    if (!mayMove(moves, everyChunkMoves)) {
-        return rewriteFailed(operation);
-    }
-    std::map<const BOX*, long long> changes;
-    for (const Insertion& insertion : insertions) {
-        for (const BOX* box = insertion.grown; box != nullptr && box != root.get(); box = box->parent) {
-            changes[box] += insertion.change();
+    std::vector<std::pair<const BOX*, uint64_t>> sizes;
+    for (const BOX* around = &box; around != nullptr && around->depth >= 0; around = around->parent) {
+        uint64_t size = 0;
+        if (const Objection reason = resized(*around, change, size); !reason.empty()) {
+            return refuse(path, reason);
         }
+        sizes.emplace_back(around, size);
     }
-    std::vector<Resizing> boxes;
-    for (const auto& [box, change] : changes) {
-        boxes.push_back({box, shifted(box->offset, moves.at(box->offset)), change});
-    }
-    if (!canResize(boxes)) {
-        return rewriteFailed(operation);
-    }
-    return modifyContainer(
-        operation,
-        [&](BinFile& source, BinFile& destination, unsigned long long& insertionOffset) {
-            return copyAround(insertions, source, destination, insertionOffset);
-        },
-        [&](Container&, BinFile& file) { return resize(file, boxes); },
-        [&](Container& written, BinFile& file) {
-            if (reachedOffsets != nullptr) {
-                *reachedOffsets = true;
-            }
-            return correctOffsets(written, file, moves, everyChunkMoves);
-        });
+    return std::all_of(sizes.begin(), sizes.end(),
+                       [&file](const auto& entry) { return entry.first->size(file, entry.second); });
 }
 
 } // namespace MP4

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
@@ -13,37 +14,146 @@ namespace {
 
 using Brisa::FileIO;
 
-constexpr const char* tablesOfBlock = "ZATR.mdia.minf.stbl";
-
 constexpr const wchar_t* tablesOperation = L"overwriteSpatialDataOffset_ZADT";
 constexpr const wchar_t* recordOperation = L"overwriteSpatialDataOffset_ZDT9";
 
 /// The `ZDT9` record: where the `ZADT` box lies, and how long it is.
 constexpr uint64_t recordBytes = 16;
 
+ByteArray recordOf(uint64_t dataOffset, uint64_t dataSize) {
+    ByteArray record(recordBytes);
+    storeBigEndian(&record[0], dataOffset);
+    storeBigEndian(&record[8], dataSize);
+    return record;
+}
+
+bool lacksRoomForRecord(const Container& container) {
+    return container.moov != nullptr && container.moov->first("udta.ZDT9") != nullptr &&
+           recordOfSound(*container.root) == nullptr;
+}
+
+bool writeRecord(const Container& container, Attempt& attempt, const ByteArray& content) {
+    const BOX* const record = recordOfSound(*container.root);
+    return record == nullptr || attempt.overwrite(record->offset + record->headerSize(), content);
+}
+
+/// A spatial-data block on its way into a file.
+struct Block {
+    uint64_t size = 0;
+    uint64_t dataOffset = 0; ///< of its `ZADT` box, in the file it gets into
+    uint64_t dataSize = 0;
+    std::function<bool(FileIO&)> write; ///< with `free` as its type
+};
+
+/// Puts a block at the end of the file. `prepare` tells what it is made of when it lies at an offset, or why
+/// it cannot be.
+bool appendBlock(Container& container, const std::function<Objection(uint64_t at, Block&)>& prepare) {
+    if (container.isSpatialDataExist()) {
+        Brisa::Console::out(L"MP4: SpatialData is existed.\n");
+        return true;
+    }
+    bool done = false;
+    {
+        Claim claim(container);
+        Objection reason = claim.objection();
+        if (!reason.empty()) {
+            return refuse(container.path, reason);
+        }
+        BinFile view(claim.file());
+        reason = objectionToAppend(container, view);
+        if (!reason.empty()) {
+            return refuse(container.path, reason);
+        }
+        if (lacksRoomForRecord(container)) {
+            return patchFailed(container, recordOperation);
+        }
+        Block block;
+        reason = prepare(endForAppend(container), block);
+        if (!reason.empty()) {
+            refuse(container.path, reason);
+            return patchFailed(container, tablesOperation);
+        }
+        if (container.dryRun) {
+            Brisa::Console::out(L"plan: append %llu bytes at %llu\n",
+                                static_cast<unsigned long long>(block.size),
+                                static_cast<unsigned long long>(endForAppend(container)));
+            return true;
+        }
+        done = claim.update([&](FileIO& file) {
+            return appendBox(container, file,
+                             {.size = block.size,
+                              .type = fourcc("uuid"),
+                              .write = block.write,
+                              .beforeItCounts = [&](Attempt& attempt) {
+                                  return writeRecord(container, attempt,
+                                                     recordOf(block.dataOffset, block.dataSize));
+                              }});
+        });
+    }
+    reattach(container);
+    return done;
+}
+
+/// Appends a track in memory to `output`, its chunk offsets moved; a table that needs it becomes `co64`.
+/// Whether it has any.
+bool appendMoved(const uint8_t* box, uint64_t size, long long by, ByteArray& output) {
+    uint32_t tag;
+    std::memcpy(&tag, box + sizeof(uint32_t), sizeof tag);
+    const uint8_t* body = box + BOX::compactHeader;
+    const uint64_t length = size - BOX::compactHeader;
+    ByteArray moved;
+    bool found = false;
+    switch (tag) {
+    case fourcc("ZATR"):
+    case fourcc("mdia"):
+    case fourcc("minf"):
+    case fourcc("stbl"):
+        for (uint64_t at = 0; length - at >= BOX::compactHeader;) {
+            const uint64_t child = loadBigEndian<uint32_t>(body + at);
+            if (child < BOX::compactHeader || child > length - at) {
+                break;
+            }
+            found = appendMoved(body + at, child, by, moved) || found;
+            at += child;
+        }
+        break;
+    case fourcc("stco"):
+    case fourcc("co64"): {
+        constexpr uint64_t front = 8; // version, flags and count
+        const uint64_t width = tag == fourcc("co64") ? sizeof(uint64_t) : sizeof(uint32_t);
+        ByteArray entries(length < front ? 0 : (length - front) / width * sizeof(uint64_t));
+        for (uint64_t i = 0; i < entries.size() / sizeof(uint64_t); ++i) {
+            const uint8_t* const entry = body + front + i * width;
+            const uint64_t value =
+                width == sizeof(uint32_t) ? loadBigEndian<uint32_t>(entry) : loadBigEndian<uint64_t>(entry);
+            storeBigEndian(&entries[i * sizeof(uint64_t)], shifted(value, by));
+        }
+        tag = fourcc("co64");
+        moved.assign(body, std::min(length, front));
+        moved.append(entries);
+        found = true;
+        break;
+    }
+    default:
+        moved.assign(body, length);
+        break;
+    }
+    output.append(boxOf(tag, moved));
+    return found;
+}
+
+} // namespace
+
 bool isSpatial(const BOX& box) {
     return box.tag == fourcc("uuid") && box.hasChild();
 }
 
-BOX* recordOf(const MOOV* moov) {
-    return moov != nullptr ? moov->first("udta.ZDT9") : nullptr;
+const BOX* recordOfSound(const NestedBox& root) {
+    const BOX* const record = root.first("moov.udta.ZDT9");
+    const bool hasRoom = record != nullptr && record->boxSize >= record->headerSize() + recordBytes &&
+                         record->endWithin(root.boxSize) == record->end();
+    return hasRoom ? record : nullptr;
 }
-
-bool holdsRecord(const BOX& box, uint64_t fileLength) {
-    return box.boxSize >= box.headerSize() + recordBytes &&
-           liesWithin(box.offset, box.end(), box.parent, fileLength);
-}
-
-ByteArray recordOfData(const BOX* data) {
-    ByteArray record(recordBytes);
-    if (data != nullptr) {
-        storeBigEndian(&record[0], data->offset);
-        storeBigEndian(&record[8], data->boxSize);
-    }
-    return record;
-}
-
-} // namespace
 
 bool Container::isSpatialDataExist() const {
     return root != nullptr && std::any_of(root->children.begin(), root->children.end(),
@@ -51,108 +161,108 @@ bool Container::isSpatialDataExist() const {
 }
 
 bool Container::appendSpatialData(FileIO& source, unsigned long long offset, unsigned long long length) {
-    return appendBlock(offset, [&](FileIO& file) {
-        return source.seek_set(offset) && source.copyTo(file, length) == length;
-    });
-}
-
-bool Container::trimSpatialData(FileIO& source, unsigned long long offset, const SpatialSound& sound) {
-    const uint64_t kept = sound.endOffset - sound.startOffset;
-    const uint64_t content = BOX::compactHeader + kept + sound.trimmedTrack.size();
-    // The rebuilt track points to where the data are in the source, whatever headers they have there.
-    const uint64_t headers = UUID::prefixSize + BOX::compactHeader;
-    const uint64_t asIfFrom = sound.dataOffset < headers ? offset : sound.dataOffset - headers;
-    return appendBlock(asIfFrom, [&](FileIO& file) {
-        if (!fitsBox(content)) {
-            return false;
+    BinFile view(source);
+    if (!view.seek_set(offset)) {
+        return false;
+    }
+    UUID block(BOX(view, 0, nullptr), nullptr);
+    Pointers pointers;
+    Plan plan(block);
+    return appendBlock(*this, [&](uint64_t at, Block& out) -> Objection {
+        if (block.tag == fourcc("uuid") && block.boxSize == length && block.end() <= view.length()) {
+            block.parseBox(view, block.end());
         }
-        const auto prefix =
-            UUID::prefix(static_cast<uint32_t>(UUID::prefixSize + content), SpatialData::_UUID);
-        ByteArray data = makeBox(fourcc("ZADT"), {});
-        storeBigEndian(data.data(), static_cast<uint32_t>(BOX::compactHeader + kept));
-        return file.writeAll(prefix.data(), prefix.size()) == prefix.size() &&
-               file.writeAll(data.data(), data.size()) == data.size() &&
-               source.seek_set(sound.dataOffset + sound.startOffset) && source.copyTo(file, kept) == kept &&
-               sound.writeTrimmedZATR(file);
+        view.limit = ~uint64_t{0};
+        pointersOfBlock(block, pointers);
+        if (pointers.tables.empty()) {
+            return L"the block to be appended has no chunk offsets";
+        }
+        ByteArray type;
+        type.assign("free", sizeof(uint32_t));
+        plan.keepOnly(offset, offset + length, at);
+        plan.replace(offset + sizeof(uint32_t), offset + BOX::compactHeader, std::move(type));
+        if (Objection reason = plan.complete(view, pointers); !reason.empty()) {
+            return reason;
+        }
+        const BOX* const data = block.first("ZADT");
+        out = {.size = plan.size(),
+               .dataOffset = data != nullptr ? plan.newPlaceOf(data->offset) : 0,
+               .dataSize = data != nullptr ? data->boxSize : 0,
+               .write = [&](FileIO& file) { return plan.write(view, file); }};
+        return {};
     });
 }
 
-bool Container::appendBlock(uint64_t sourceOffset, std::function<bool(FileIO&)> write) {
-    if (isSpatialDataExist()) {
-        Brisa::Console::out(L"MP4: SpatialData is existed.\n");
-        return true;
+bool Container::trimSpatialData(FileIO& source, unsigned long long, const SpatialSound& sound) {
+    if (sound.endOffset < sound.startOffset) {
+        return refuse(path, L"the stretch of sound ends ahead of its start");
     }
-    bool parsedAgain = false;
-    const bool appended = append([&](FileIO& handle) {
-        parsedAgain = write(handle) && attach(path);
-        BinFile file(handle);
-        return parsedAgain && !partial && pointToSpatialData(file, sourceOffset);
+    const uint64_t kept = sound.endOffset - sound.startOffset;
+    ByteArray track;
+    return appendBlock(*this, [&](uint64_t at, Block& out) -> Objection {
+        const uint64_t dataAt = at + UUID::prefixSize;
+        const long long by = distance(sound.dataOffset, dataAt + BOX::compactHeader);
+        const ByteArray& old = sound.trimmedTrack;
+        if (old.size() < BOX::compactHeader || !appendMoved(old.data(), old.size(), by, track)) {
+            return L"the stretch of sound has no chunk offsets";
+        }
+        const uint64_t size = UUID::prefixSize + BOX::compactHeader + kept + track.size();
+        if (size > UINT32_MAX) {
+            return text(L"a block of %llu bytes does not fit a 32-bit size",
+                        static_cast<unsigned long long>(size));
+        }
+        out = {.size = size, .dataOffset = dataAt, .dataSize = BOX::compactHeader + kept, .write = {}};
+        out.write = [&, size, kept](FileIO& file) {
+            auto prefix = UUID::prefix(static_cast<uint32_t>(size), SpatialData::_UUID);
+            std::memcpy(&prefix[sizeof(uint32_t)], "free", sizeof(uint32_t));
+            ByteArray data = boxOf(fourcc("ZADT"), {});
+            storeBigEndian(data.data(), static_cast<uint32_t>(BOX::compactHeader + kept));
+            return file.writeAll(prefix.data(), prefix.size()) == prefix.size() &&
+                   file.writeAll(data.data(), data.size()) == data.size() &&
+                   source.seek_set(sound.dataOffset + sound.startOffset) &&
+                   source.copyTo(file, kept) == kept &&
+                   file.writeAll(track.data(), track.size()) == track.size();
+        };
+        return {};
     });
-    if (!appended && parsedAgain) {
-        attach(path); // the block is gone again
-    }
-    return appended;
 }
 
 bool Container::overwriteSpatialDataOffset(unsigned long long oldOffset) {
-    bool done = false;
-    const bool opened = open_a([&](FileIO& handle) {
-        BinFile file(handle);
-        done = describes(handle) ? pointToSpatialData(file, oldOffset) : patchFailed(tablesOperation);
-    });
-    if (!opened) {
-        patchFailed(tablesOperation);
-    }
-    attach(path);
-    return done;
-}
-
-bool Container::pointToSpatialData(BinFile& file, uint64_t oldOffset) {
-    const BOX* const data = firstSpatialBox(*this, "uuid.ZADT", 0);
+    const BOX* const data = root != nullptr ? firstSpatialBox(*this, "uuid.ZADT", 0) : nullptr;
     const uint64_t blockOffset = data != nullptr ? data->parent->offset : oldOffset;
-    const BOX* const record = recordOf(moov);
-    if (record != nullptr && !holdsRecord(*record, root->boxSize)) { // known before an offset is changed
-        return patchFailed(recordOperation);
-    }
-    if (oldOffset > INT64_MAX || !modifySpatialTrakSTCOIndex(file, distance(oldOffset, blockOffset))) {
-        return patchFailed(tablesOperation);
-    }
-    if (record != nullptr && !overwrite(file, record->offset + record->headerSize(), recordOfData(data))) {
-        modifySpatialTrakSTCOIndex(file, distance(blockOffset, oldOffset));
-        return patchFailed(recordOperation);
-    }
-    return true;
-}
-
-bool Container::correctSpatialOffsets(Container& written, BinFile& file, const Moves& moves) const {
-    const BOX* const record = recordOf(written.moov);
-    const bool recorded = record != nullptr && holdsRecord(*record, written.root->boxSize);
-    const uint64_t recordAt = recorded ? record->offset + record->headerSize() : 0;
-    if (recorded && !file.seek_set(recordAt)) {
-        return false;
-    }
-    const uint64_t dataOffset = recorded ? file.read64() : 0;
-    for (const auto& box : root->children) {
-        const long long by = moves.at(box->offset);
-        if (!isSpatial(*box) || by == 0) {
-            continue;
-        }
-        const auto& boxes = written.root->children;
-        const auto block = std::find_if(boxes.begin(), boxes.end(), [&](const auto& candidate) {
-            return isSpatial(*candidate) && candidate->offset == shifted(box->offset, by);
-        });
-        if (block == boxes.end()) {
-            return false;
-        }
-        const ChunkOffsets offsets(static_cast<const NestedBox&>(**block), tablesOfBlock);
-        if (!offsets.shift(file, Moves::everything(by))) {
-            return false;
-        }
-        if (recorded && dataOffset >= box->offset && dataOffset < box->end() &&
-            !(file.seek_set(recordAt) && file.write64(shifted(dataOffset, by)))) {
-            return false;
+    const wchar_t* failing = tablesOperation;
+    bool done = false;
+    {
+        Claim claim(*this);
+        if (!claim.objection().empty()) {
+            refuse(path, claim.objection());
+        } else if (lacksRoomForRecord(*this)) {
+            failing = recordOperation;
+        } else {
+            done = claim.update([&](FileIO& handle) {
+                BinFile file(handle);
+                if (oldOffset > INT64_MAX ||
+                    !modifySpatialTrakSTCOIndex(file, distance(oldOffset, blockOffset))) {
+                    return false;
+                }
+                failing = recordOperation;
+                Attempt attempt(handle);
+                const bool written = writeRecord(*this, attempt,
+                                                 data != nullptr ? recordOf(data->offset, data->boxSize)
+                                                                 : ByteArray(recordBytes));
+                if (!written || !handle.flush()) {
+                    modifySpatialTrakSTCOIndex(file, distance(blockOffset, oldOffset));
+                    return false;
+                }
+                attempt.keep();
+                return true;
+            });
         }
     }
+    if (!done) {
+        return patchFailed(*this, failing);
+    }
+    reattach(*this);
     return true;
 }
 

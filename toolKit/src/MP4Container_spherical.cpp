@@ -1,5 +1,4 @@
 #include <utility>
-#include <vector>
 
 #include "Brisa/BrisaConsole.h"
 #include "GPSInfo.h"
@@ -23,12 +22,14 @@ bool Container::appendSphericalVideoXML(const std::string& xml) {
         return false;
     }
     if (!fitsBox(xml.size())) {
-        return rewriteFailed(operation);
+        return rewriteFailed(*this, operation);
     }
     BOX* existing = nullptr;
     ByteArray box;
     build_sphericalVideoXmlBOX(existing, box, xml);
-    return rewrite(operation, {existing != nullptr ? inPlaceOf(*existing, box) : asLastChild(*trak, box)});
+    Plan plan(*root);
+    existing != nullptr ? plan.exchange(*existing, std::move(box)) : plan.addTo(*trak, std::move(box));
+    return carryOut(*this, operation, plan);
 }
 
 bool Container::appendLocationAndSphericalVideoXML(const GPSInfo& position, const std::string& xml) {
@@ -43,7 +44,7 @@ bool Container::appendLocationAndSphericalVideoXML(const GPSInfo& position, cons
         return appendLocations(position);
     }
     if (!fitsBox(xml.size()) || !fitsBox(position.rxyz.size())) {
-        return rewriteFailed(operation);
+        return rewriteFailed(*this, operation);
     }
     BOX* udta = nullptr;
     ByteArray locations;
@@ -51,25 +52,25 @@ bool Container::appendLocationAndSphericalVideoXML(const GPSInfo& position, cons
         return appendSphericalVideoXML(xml);
     }
     if (!fitsBox(locations.size())) {
-        return rewriteFailed(operation);
+        return rewriteFailed(*this, operation);
     }
     BOX* existing = nullptr;
     ByteArray spherical;
     build_sphericalVideoXmlBOX(existing, spherical, xml);
-    auto& parent = udta != nullptr ? static_cast<NestedBox&>(*udta) : *moov;
-    std::vector<Insertion> insertions{existing != nullptr ? inPlaceOf(*existing, spherical)
-                                                          : asLastChild(*trak, spherical),
-                                      asLastChild(parent, locations)};
-    if (insertions[1].from < insertions[0].from) {
-        std::swap(insertions[0], insertions[1]);
-    }
-    return rewrite(operation, insertions);
+    Plan plan(*root);
+    existing != nullptr ? plan.exchange(*existing, std::move(spherical))
+                        : plan.addTo(*trak, std::move(spherical));
+    plan.addTo(udta != nullptr ? static_cast<NestedBox&>(*udta) : *moov, std::move(locations));
+    return carryOut(*this, operation, plan);
 }
 
+namespace {
+
+/// Appends a box of this kind, unless the file has one.
 template <class Kind>
-bool Container::appendOnce(const std::string& text, const wchar_t* notice) {
+bool appendOnce(Container& container, const std::string& text, const wchar_t* notice) {
     bool exists = false;
-    find("uuid", [&exists](BOX& box) {
+    container.find("uuid", [&exists](BOX& box) {
         exists = static_cast<UUID&>(box).is(Kind::_UUID);
         return !exists;
     });
@@ -80,16 +81,24 @@ bool Container::appendOnce(const std::string& text, const wchar_t* notice) {
     if (!fitsBox(text.size())) {
         return false;
     }
-    const Kind box(text);
-    return append([&box](Brisa::FileIO& file) { return box.write(file); });
+    ByteArray box;
+    Kind(text).to_byteArray(box);
+    ByteArray header;
+    header.assign(box.data(), BOX::compactHeader);
+    return container.append(header, [&box](Brisa::FileIO& file) {
+        const uint64_t size = box.size() - BOX::compactHeader;
+        return file.writeAll(box.data() + BOX::compactHeader, size) == size;
+    });
 }
 
+} // namespace
+
 bool Container::appendXMP(const std::string& packet) {
-    return appendOnce<XMP>(packet, L"MP4: XMP is existed.\n");
+    return appendOnce<XMP>(*this, packet, L"MP4: XMP is existed.\n");
 }
 
 bool Container::appendAxis(const std::string& axis) {
-    return appendOnce<AXIS>(axis, L"MP4: AXIS is existed.\n");
+    return appendOnce<AXIS>(*this, axis, L"MP4: AXIS is existed.\n");
 }
 
 } // namespace MP4
