@@ -1,21 +1,63 @@
 #!/usr/bin/env bash
-# Builds the consumer with the CMake package, then with the pkg-config file, of an installed tree.
+# Builds the examples and a program of somebody else's against an installed tree, with the CMake package and with
+# the pkg-config files, and looks at what they do.
 #   tests/consumer/run.sh PREFIX
 set -euo pipefail
 prefix=$1
 here=$(realpath "$(dirname "$0")")
-sample=$here/../data/sample.mp4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+expect() { # COMMAND...: it must succeed; says which did not
+  "$@" || { echo "tests/consumer/run.sh: failed: $*" >&2; exit 1; }
+}
 
-cmake -S "$here" -B "$work" -DCMAKE_PREFIX_PATH="$prefix" --log-level=WARNING
-cmake --build "$work" >/dev/null
-"$work/consumer" "$sample" >"$work/boxes"
-grep -q "'moov'" "$work/boxes"
+for project in "$here" "$here/../../examples"; do
+  expect cmake -S "$project" -B "$work/build/${project##*/}" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" --log-level=ERROR >"$work/log"
+  expect cmake --build "$work/build/${project##*/}" >"$work/log"
+done
+PATH=$prefix/bin:$work/build/consumer:$work/build/examples:$PATH
 
-export PKG_CONFIG_PATH
+cp "$here/../data/sample.mp4" "$work/video.mp4"
+head -c 10240 /dev/urandom >"$work/map.bin"
+expect Pellmor -kind:wmap "$work/video.mp4" "$work/map.bin" >/dev/null
+
+# Every line is there: the library leaves the streams of its host as they are.
+expect consumer "$work/video.mp4" >"$work/out" 2>"$work/err"
+for line in "printf: 10240 bytes" "'moov'" "cout: between" "printf: behind" "cout: behind"; do
+  expect grep -q "$line" "$work/out"
+done
+for line in "cerr: between" "cerr: behind"; do
+  expect grep -q "$line" "$work/err"
+done
+expect test "$(wc -l <"$work/err")" -ge 3 # the reason of the refusal, between them
+
+export PKG_CONFIG_PATH LD_LIBRARY_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name pellmor.pc)")
 # shellcheck disable=SC2046
-g++ "$here/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs pellmor)
-LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH") "$work/consumer-pc" "$sample" | cmp - "$work/boxes"
-echo "The installed library serves a program of its own."
+expect g++ "$here/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs pellmor-slam)
+LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH") expect "$work/consumer-pc" "$work/video.mp4" 2>/dev/null |
+  expect cmp - "$work/out"
+
+# Completion knows the commands and the options of each.
+complete() { # WORD...: what the last one could be
+  bash -c '. "$0"; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _pellmor_edit; echo "${COMPREPLY[*]}"' \
+    "$prefix/share/bash-completion/completions/pellmor-edit" pellmor-edit "$@"
+}
+expect test "$(complete moov)" = moov-first
+expect test "$(complete put --rep)" = --replace
+
+boxes "$work/video.mp4" >"$work/table"
+expect grep -Eq '^ +0 +[0-9]+  ftyp$' "$work/table"
+expect grep -q ' moov.trak.mdia.minf.stbl$' "$work/table"
+mkdir "$work/payloads"
+expect payloads "$work/video.mp4" "$work/payloads"
+expect cmp "$work/map.bin" "$work"/payloads/*-8B18D5C30E7A25C7B3AD252358B401EE.bin
+mkdir "$work/folder"
+cp "$work/video.mp4" "$work/folder/a.mp4"
+cp "$work/video.mp4" "$work/folder/Süd.mp4"
+expect locate "$work/folder" +35.6895+139.6917+40/ >/dev/null
+for file in "$work"/folder/*.mp4; do
+  expect grep -q '+35.6895+139.6917/' "$file"
+done
+echo "The installed libraries serve the examples and a program of somebody else's."
