@@ -47,9 +47,7 @@ endif()
 if(PELLMOR_BUILD_PYTHON)
   pellmor_add_package(python python3-pellmor python
     "The Python module: it reads and writes SLAM payloads and positions of\nMP4 files, and walks their boxes. An edit succeeds wholly, or leaves the file\nas it was.")
-  math(EXPR next "${Python3_VERSION_MINOR} + 1")
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
-    "python3 (>= 3.${Python3_VERSION_MINOR}~), python3 (<< 3.${next})")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "${PELLMOR_PYTHON_DEPENDS}")
 endif()
 
 include(CPack)

@@ -6,7 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 need chromium clang clang-format clang-tidy cmake doxygen ffmpeg g++ jq libclang-rt-dev libcli11-dev libgtest-dev \
-  libimage-exiftool-perl libpugixml-dev ninja-build nlohmann-json3-dev pkg-config python3-pytest sox strace
+  libimage-exiftool-perl libpugixml-dev lintian mmdebstrap ninja-build nlohmann-json3-dev pkg-config pybind11-dev \
+  python3-dev python3-numpy python3-pytest sox strace
 
 step() { printf '\n== %s\n' "$*"; }
 
@@ -31,6 +32,10 @@ for shared in OFF ON; do
   tests/consumer/run.sh "$installed/$shared"
 done
 
+step "Debian packages, and all of them in a bare root"
+packaging/deb.sh build/packages
+tests/package/run.sh build/packages
+
 step "g++: build and tests"
 cmake --preset dev --log-level=WARNING
 cmake --build build/dev
@@ -45,4 +50,4 @@ cmake --build build/asan
 ctest --preset asan --progress
 
 step "clang-tidy"
-git ls-files 'toolKit/*.cpp' 'tool/*.cpp' 'edit/*.cpp' | xargs -n1 -P"$(nproc)" clang-tidy -p build/dev --quiet 2>/dev/null
+git ls-files 'toolKit/*.cpp' 'tool/*.cpp' 'edit/*.cpp' | xargs -n1 -P"$(nproc)" clang-tidy -p build/asan --quiet 2>/dev/null

@@ -1,0 +1,301 @@
+// The toolkit from Python: pellmor/__init__.py and pellmor/slam.py give these functions their names.
+
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+#include <pybind11/stl/filesystem.h>
+
+#include "AroundData.h"
+#include "Brisa/BrisaConsole.h"
+#include "GPSInfo.h"
+#include "Info.h"
+#include "MP4Container.h"
+#include "MapData.h"
+#include "WalkData.h"
+
+namespace py = pybind11;
+using MP4::Container;
+using Path = std::filesystem::path;
+
+namespace {
+
+/// What the toolkit has said on standard error since this thread began its work.
+thread_local std::string said;
+
+/// Becomes an OSError of `number`, or, if that is 0, a pellmor.Error.
+struct Failure {
+    int number;
+    std::string path;
+    std::string text;
+};
+
+[[noreturn]] void fail(const Path& path, int number = 0) {
+    const size_t end = said.find_last_not_of('\n');
+    throw Failure{number, path.native(), end == std::string::npos ? "failed" : said.substr(0, end + 1)};
+}
+
+/// Whether no signal waits whose handler raises (KeyboardInterrupt).
+bool uninterrupted(uint64_t /*bytes*/) {
+    const py::gil_scoped_acquire hold;
+    return PyErr_CheckSignals() == 0;
+}
+
+/// Runs the work on a container of the file while other threads of the interpreter run, and raises what
+/// went wrong. For an edit the file is locked.
+void on(const Path& path, bool edit, const std::function<bool(Container&)>& work) {
+    bool done = false;
+    {
+        const py::gil_scoped_release free;
+        said.clear();
+        const Brisa::Watch watch(uninterrupted);
+        Container container;
+        container.keepContents = false;
+        container.newMovieBox = true;
+        const std::wstring name = Brisa::wchar::fromBytes(path.native());
+        errno = 0;
+        if (!(edit ? container.claim(name) : container.attach(name))) {
+            fail(path, errno);
+        }
+        if (container.incomplete()) {
+            Brisa::Console::err(L"MP4: %ls could not be parsed whole.\n", name.c_str());
+            fail(path);
+        }
+        done = work(container);
+    }
+    if (PyErr_Occurred() != nullptr) {
+        throw py::error_already_set();
+    }
+    if (!done) {
+        fail(path);
+    }
+}
+
+const MP4::Usertype& identityOf(const std::string& kind) {
+    static const std::array<std::pair<const char*, SlamMetaData>, 3> kinds{
+        {{"map", MapData()}, {"walk", WalkData()}, {"around", AroundData()}}};
+    for (const auto& [name, record] : kinds) {
+        if (kind == name) {
+            return record.uuid;
+        }
+    }
+    throw py::value_error("a kind is 'map', 'walk' or 'around', not '" + kind + "'");
+}
+
+MP4::UUID* payloadBox(Container& container, const MP4::Usertype& identity) {
+    for (const auto& box : container.root->children) {
+        auto* const uuid = MP4::as<MP4::UUID>(box.get());
+        if (uuid != nullptr && uuid->is(identity)) {
+            return uuid;
+        }
+    }
+    return nullptr;
+}
+
+py::bytes getPayload(const Path& path, const std::string& kind) {
+    const MP4::Usertype& identity = identityOf(kind);
+    std::optional<py::bytes> data;
+    on(path, false, [&](Container& container) {
+        const MP4::UUID* const box = payloadBox(container, identity);
+        if (box == nullptr) {
+            return true;
+        }
+        const uint64_t before = box->headerSize() + identity.size();
+        const uint64_t size = box->boxSize - before;
+        if (box->end() > container.root->boxSize) {
+            Brisa::Console::err(L"MP4: the file ends before the payload.\n");
+            return false;
+        }
+        char* room = nullptr;
+        {
+            const py::gil_scoped_acquire hold;
+            data = py::reinterpret_steal<py::bytes>(
+                PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(size)));
+            if (!*data) {
+                throw py::error_already_set();
+            }
+            room = PyBytes_AS_STRING(data->ptr()); // filled before anybody else sees it
+        }
+        bool whole = false;
+        container.open([&](Brisa::FileIO& file) {
+            whole = file.seek_set(box->offset + before) && file.readAll(room, size) == size;
+        });
+        return whole;
+    });
+    if (!data) {
+        throw py::key_error(kind);
+    }
+    return *data;
+}
+
+/// The bytes of any object that has some in one piece, borrowed.
+class Bytes {
+public:
+    explicit Bytes(const py::object& owner) {
+        if (PyObject_GetBuffer(owner.ptr(), &view, PyBUF_SIMPLE) != 0) {
+            throw py::error_already_set();
+        }
+    }
+    Bytes(const Bytes&) = delete;
+    Bytes& operator=(const Bytes&) = delete;
+    ~Bytes() { PyBuffer_Release(&view); }
+
+    [[nodiscard]] uint64_t size() const { return static_cast<uint64_t>(view.len); }
+    [[nodiscard]] const void* data() const { return view.buf; }
+
+private:
+    Py_buffer view{};
+};
+
+void putPayload(const Path& path, const std::string& kind, const py::object& data, bool replace) {
+    const MP4::Usertype& identity = identityOf(kind);
+    const Bytes bytes(data);
+    if (bytes.size() == 0 || bytes.size() > UINT32_MAX - MP4::UUID::prefixSize) {
+        throw py::value_error("a payload has 1 to 4,294,967,271 bytes");
+    }
+    on(path, true, [&](Container& container) {
+        const auto write = [&](Brisa::FileIO& file) {
+            return file.writeAll(identity.data(), identity.size()) == identity.size() &&
+                   file.writeAll(bytes.data(), bytes.size()) == bytes.size();
+        };
+        const ByteArray header = MP4::headerOf(MP4::fourcc("uuid"), identity.size() + bytes.size());
+        MP4::UUID* const old = payloadBox(container, identity);
+        if (old == nullptr) {
+            return container.append(header, write);
+        }
+        if (!replace) {
+            fail(path, EEXIST);
+        }
+        return container.replaceBox(*old, header, write);
+    });
+}
+
+void removePayload(const Path& path, const std::string& kind) {
+    const MP4::Usertype& identity = identityOf(kind);
+    bool there = false;
+    on(path, true, [&](Container& container) {
+        MP4::UUID* const box = payloadBox(container, identity);
+        there = box != nullptr;
+        return !there || container.removeBox(*box);
+    });
+    if (!there) {
+        throw py::key_error(kind);
+    }
+}
+
+void setLocation(const Path& path, double latitude, double longitude, std::optional<double> altitude) {
+    if (!(std::abs(latitude) <= 90 && std::abs(longitude) <= 180 && std::isfinite(altitude.value_or(0)))) {
+        throw py::value_error("a latitude is from -90 to 90, a longitude from -180 to 180 degrees");
+    }
+    std::array<char, 400> text{}; // the longest number has 309 digits
+    {
+        const Brisa::Console::LocaleC numbers;
+        const int length = std::snprintf(text.data(), text.size(), "%+011.7f%+012.7f", latitude, longitude);
+        const size_t used = static_cast<size_t>(length);
+        if (altitude) {
+            std::snprintf(text.data() + used, text.size() - used, "%+.3f/", *altitude);
+        } else {
+            text[used] = '/';
+        }
+    }
+    GPSInfo position;
+    position.attachRXYZ(text.data());
+    on(path, true, [&](Container& container) { return container.replaceLocations(position); });
+}
+
+struct Box {
+    std::wstring path;
+    uint64_t offset;
+    uint64_t size;
+};
+
+void list(const MP4::NestedBox& parent, const std::wstring& path, std::vector<Box>& boxes) {
+    for (const auto& child : parent.children) {
+        boxes.push_back({path + child->type(), child->offset, child->boxSize});
+        if (const auto* const nested = MP4::as<MP4::NestedBox>(child.get())) {
+            list(*nested, path + child->type() + L'.', boxes);
+        }
+    }
+}
+
+std::vector<Box> boxes(const Path& path) {
+    std::vector<Box> all;
+    on(path, false, [&](Container& container) {
+        list(*container.root, L"", all);
+        return true;
+    });
+    return all;
+}
+
+py::object info(const Path& path) {
+    std::string json;
+    on(path, false, [&](Container& container) {
+        json = edit::jsonOf(edit::factsOf(container));
+        return true;
+    });
+    return py::module_::import("json").attr("loads")(json);
+}
+
+/// The exceptions, and where the toolkit's words go: none reaches a stream of the host's.
+void addFailures(py::module_& module) {
+    Brisa::Console::setSink([](Brisa::Console::Stream stream, const std::string& text) {
+        if (stream == Brisa::Console::Stream::err) {
+            said += text;
+        }
+    });
+    static const py::exception<Failure> error(module, "Error");
+    py::register_exception_translator([](std::exception_ptr thrown) {
+        try {
+            std::rethrow_exception(thrown);
+        } catch (const Failure& failure) {
+            const py::object path =
+                py::reinterpret_steal<py::object>(PyUnicode_DecodeFSDefault(failure.path.c_str()));
+            if (failure.number != 0) {
+                errno = failure.number;
+                PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, path.ptr());
+            } else {
+                const py::object text = py::reinterpret_steal<py::object>(PyUnicode_DecodeFSDefaultAndSize(
+                    failure.text.data(), static_cast<Py_ssize_t>(failure.text.size())));
+                PyErr_SetObject(error.ptr(), text.ptr());
+            }
+        }
+    });
+}
+
+} // namespace
+
+PYBIND11_MODULE(_pellmor, module) {
+    addFailures(module);
+    py::class_<Box>(module, "Box", "One box of a file: its path of types, its offset and size in bytes.")
+        .def_readonly("path", &Box::path)
+        .def_readonly("offset", &Box::offset)
+        .def_readonly("size", &Box::size)
+        .def("__repr__", [](const Box& box) {
+            return L"Box(path='" + box.path + L"', offset=" + std::to_wstring(box.offset) + L", size=" +
+                   std::to_wstring(box.size) + L')';
+        });
+    module.def("boxes", boxes, py::arg("path"),
+               "All boxes of the file, in file order, each ahead of its children.");
+    module.def(
+        "info", info, py::arg("path"),
+        "What a person wants to know of the recording, as a dict: as `pellmor-edit info --json` has it.");
+    module.def("set_location", setLocation, py::arg("path"), py::arg("latitude"), py::arg("longitude"),
+               py::arg("altitude") = py::none(),
+               "Gives the recording a position, in degrees and metres, in the place of the one it has.");
+    module.def("slam_get", getPayload, py::arg("path"), py::arg("kind"),
+               "The payload of the kind, as bytes. Raises KeyError if there is none.");
+    module.def(
+        "slam_put", putPayload, py::arg("path"), py::arg("kind"), py::arg("data"), py::arg("replace") = false,
+        "Puts a payload in: any object with a contiguous buffer, which is not copied. Raises FileExistsError "
+        "if the kind is there already, unless `replace`.");
+    module.def("slam_remove", removePayload, py::arg("path"), py::arg("kind"),
+               "Takes the payload of the kind out. Raises KeyError if there is none.");
+}
