@@ -340,7 +340,10 @@ INSTANTIATE_TEST_SUITE_P(
                              cat({box("moov", {track({co64({8 + moved + 8, uint64_t{~0U} + moved + 8})}), track({co64({8 + moved + 8})})}),
                                   box("mdat", {"0123"})})},
                     EditCase{"NewMovieBox", inANewMovieBox, front + film(stco({24}), false),
-                             cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})}),
+                             cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})},
+                    EditCase{"MovieBoxLeftByAKill", inANewMovieBox, cat({front, film(stco({24}), false), film(stco({24}), true)}),
+                             cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true).replace(4, 4, "free"),
+                                  film(stco({24}), true)})}),
     nameOf<EditCase>);
 
 TEST(NewMovieBox, UsesItsHolesAgain) {

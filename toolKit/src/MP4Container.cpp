@@ -27,9 +27,9 @@ bool isVideo(const TRAK& track) {
 
 /// The last track with a picture whose media is video; where no track says so (a text track has a picture,
 /// too), the last with a picture.
-TRAK* videoTrack(const ROOT& root) {
+TRAK* videoTrack(const MOOV& movie) {
     TRAK* last = nullptr;
-    root.find("moov.trak", [&last](BOX& box) {
+    movie.find("trak", [&last](BOX& box) {
         auto& track = static_cast<TRAK&>(box);
         if (hasPicture(track) && (last == nullptr || isVideo(track) || !isVideo(*last))) {
             last = &track;
@@ -72,7 +72,7 @@ void Container::parse(BinFile& file, unsigned long long limit) {
 
     moov = static_cast<MOOV*>(root->first("moov"));
     mdat = static_cast<MDAT*>(root->first("mdat"));
-    trak = videoTrack(*root);
+    trak = moov != nullptr ? videoTrack(*moov) : nullptr;
 }
 
 void Container::find(const char* boxPath, std::function<bool(BOX&)> predicate) const {

@@ -7,22 +7,10 @@
 
 namespace MP4 {
 
-namespace {
-
-bool liesIn(const BOX& box, const BOX& ancestor) {
-    const BOX* around = box.parent;
-    while (around != nullptr && around != &ancestor) {
-        around = around->parent;
-    }
-    return around != nullptr;
-}
-
-} // namespace
-
 bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
     AVCC* avcC = nullptr;
     ByteArray newBox;
-    find("moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&](BOX& box) {
+    const auto change = [&](BOX& box) {
         avcC = static_cast<AVCC*>(&box);
         newBox.clear();
         ByteArray body;
@@ -38,7 +26,10 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
             }
         }
         return false;
-    });
+    };
+    if (moov != nullptr) {
+        moov->find("trak.mdia.minf.stbl.stsd.avc1.avcC", change);
+    }
     if (newBox.empty()) {
         return !partial;
     }
@@ -49,7 +40,7 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
     }
     const BOX* const udta = moov->first("udta");
     const uint64_t room = udta != nullptr ? avcC->boxSize + udta->boxSize : 0;
-    if (!keepUserData && udta != nullptr && udta->offset > avcC->offset && liesIn(*avcC, *moov) &&
+    if (!keepUserData && udta != nullptr && udta->offset > avcC->offset &&
         room >= newBox.size() + BOX::compactHeader && room - newBox.size() <= UINT32_MAX) {
         const ByteArray filler(room - newBox.size() - BOX::compactHeader);
         plan.exchange(*avcC, std::move(newBox));

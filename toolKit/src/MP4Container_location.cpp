@@ -10,7 +10,7 @@ namespace MP4 {
 
 namespace {
 
-constexpr const char* locationTextPath = "moov.udta.\xA9xyz";
+constexpr const char* locationTextPath = "udta.\xA9xyz";
 
 /// `@xyz`: the text as it was given.
 ByteArray givenTextBox(const GPSInfo& position) {
@@ -26,11 +26,13 @@ ByteArray locationBox(const GPSInfo& position) {
 
 std::vector<const BOX*> locationBoxes(const Container& container) {
     std::vector<const BOX*> boxes;
-    for (const char* const path : {"moov.udta.@xyz", "moov.udta.loci", locationTextPath}) {
-        container.find(path, [&boxes](const BOX& box) {
-            boxes.push_back(&box);
-            return true;
-        });
+    for (const char* const path : {"udta.@xyz", "udta.loci", locationTextPath}) {
+        if (container.moov != nullptr) {
+            container.moov->find(path, [&boxes](const BOX& box) {
+                boxes.push_back(&box);
+                return true;
+            });
+        }
     }
     return boxes;
 }
@@ -45,14 +47,14 @@ bool Container::build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& pos
     if (BOX* const found = moov->first("udta")) {
         udta = found;
     }
-    if (root->first("moov.udta.@xyz") == nullptr) {
+    if (moov->first("udta.@xyz") == nullptr) {
         out.append(givenTextBox(position));
     }
-    if (root->first("moov.udta.loci") == nullptr) {
+    if (moov->first("udta.loci") == nullptr) {
         out.append(LOCI::make(position.longitude.toUINT32Fixnum(), position.latitude.toUINT32Fixnum(),
                               position.altitude.toUINT32Fixnum()));
     }
-    if (root->first(locationTextPath) == nullptr) {
+    if (moov->first(locationTextPath) == nullptr) {
         out.append(XYZ::make(position.to_CXYZ_string()));
     }
     if (!out.empty() && udta == nullptr) {

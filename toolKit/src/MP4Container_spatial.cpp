@@ -149,7 +149,9 @@ bool isSpatial(const BOX& box) {
 }
 
 const BOX* recordOfSound(const NestedBox& root) {
-    const BOX* const record = root.first("moov.udta.ZDT9");
+    const BOX* const movie = root.first("moov");
+    const BOX* const record =
+        movie != nullptr ? static_cast<const MOOV*>(movie)->first("udta.ZDT9") : nullptr;
     const bool hasRoom = record != nullptr && record->boxSize >= record->headerSize() + recordBytes &&
                          record->endWithin(root.boxSize) == record->end();
     return hasRoom ? record : nullptr;

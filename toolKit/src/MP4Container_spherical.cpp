@@ -8,10 +8,12 @@
 namespace MP4 {
 
 bool Container::build_sphericalVideoXmlBOX(BOX*& existing, ByteArray& out, const std::string& xml) const {
-    find("moov.trak.uuid", [&](BOX& box) {
-        existing = static_cast<UUID&>(box).is(SphericalXML::_UUID) ? &box : existing;
-        return true;
-    });
+    if (moov != nullptr) {
+        moov->find("trak.uuid", [&](BOX& box) {
+            existing = static_cast<UUID&>(box).is(SphericalXML::_UUID) ? &box : existing;
+            return true;
+        });
+    }
     SphericalXML(xml).to_byteArray(out);
     return true;
 }
