@@ -21,7 +21,8 @@ cd /try
 head -c 10240 /dev/urandom >map.bin
 Pellmor -kind:wmap Süd.mp4 map.bin
 pellmor-edit --version
-pellmor-edit info Süd.mp4
+pellmor-edit get map Süd.mp4 -o copy.bin
+cmp map.bin copy.bin
 test -s /usr/share/bash-completion/completions/pellmor-edit
 test -s /usr/share/man/man1/pellmor-edit.1.gz
 python3 -c 'import pellmor; assert pellmor.slam.get("Süd.mp4", "map") == open("map.bin", "rb").read()'
