@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "ByteOrder.h"
 #include "Tree.h"
@@ -126,7 +127,8 @@ bool isElsewhere(FileIO& file, const MP4::TRAK& track) {
 class Survey {
 public:
     Survey(const MP4::Container& container_, FileIO& file_)
-        : container(container_), file(file_), length(file_.length()), top(container_.root->children) {}
+        : container(container_), file(file_), length(container_.root->boxSize),
+          top(container_.root->children) {}
 
     std::vector<Finding> all() {
         topLevel();
@@ -292,7 +294,7 @@ private:
 std::string formerContent(FileIO& file, const BOX& box, bool behindMedia) {
     std::array<uint8_t, sizeof(MP4::Usertype)> front{};
     const uint64_t from = box.offset + box.headerSize();
-    if (box.endWithin(file.length()) < from + front.size() || !file.seek_set(from) ||
+    if (box.end() < from + front.size() || !file.seek_set(from) ||
         file.readAll(front.data(), front.size()) != front.size()) {
         return {};
     }
@@ -331,61 +333,89 @@ void parse(MP4::Container& container, FileIO& file) {
     container.parse(view, ~0ULL);
 }
 
-/// Makes every movie box behind the one that counts a `free` box, by writing its type. False on a failed
-/// write.
-bool freeLaterMovies(const MP4::Container& container, FileIO& file, Repair& result) {
-    constexpr std::array<char, 4> freeType{'f', 'r', 'e', 'e'};
-    bool seen = false;
-    for (const auto& box : container.root->children) {
-        const bool later = box->tag == fourcc("moov") && seen;
-        seen = seen || isWholeMovie(*box, file.length());
-        if (!later) {
-            continue;
-        }
-        const std::string what =
-            "the second 'moov', " + bytesOf(box->boxSize) + " at " + grouped(box->offset);
-        if (!isWholeMovie(*box, file.length()) || isPointedInto(container, file, box->offset, box->end())) {
-            result.left.push_back(what);
-            continue;
-        }
-        if (!file.seek_set(box->offset + sizeof(uint32_t)) ||
-            file.writeAll(freeType.data(), freeType.size()) != freeType.size() || !file.sync()) {
-            return false;
-        }
-        result.taken.push_back(what);
-    }
-    return true;
+/// Writes the type of the box at `offset`.
+bool retype(FileIO& file, uint64_t offset, const char (&type)[5]) {
+    return file.seek_set(offset + sizeof(uint32_t)) && file.writeAll(type, 4) == 4;
 }
 
-/// Cuts off the leftovers that the file ends with. False when the system does not.
-bool cutLeftovers(const MP4::Container& container, FileIO& file, Repair& result) {
+using LaterMovies = std::vector<const BOX*>;
+
+/// The whole movie boxes behind the one that counts, but for those that a chunk offset points to.
+LaterMovies laterMoviesIn(const MP4::Container& container, FileIO& file, Repair& result) {
+    const uint64_t length = container.root->boxSize;
+    LaterMovies later;
+    bool seen = false;
+    for (const auto& box : container.root->children) {
+        const bool whole = isWholeMovie(*box, length);
+        if (box->tag == fourcc("moov") && seen) {
+            if (whole && !isPointedInto(container, file, box->offset, box->end())) {
+                later.push_back(box.get());
+            } else {
+                result.left.push_back("the second 'moov', at " + grouped(box->offset) + ",");
+            }
+        }
+        seen = seen || whole;
+    }
+    return later;
+}
+
+/// Where the file ends without the leftovers at its end.
+uint64_t endBeforeLeftovers(const MP4::Container& container, FileIO& file, const LaterMovies& later) {
     const Boxes top = container.root->children;
-    const auto leftovers = leftoversIn(container, file);
-    auto known = leftovers.rbegin();
-    const uint64_t length = file.length();
+    const uint64_t length = container.root->boxSize;
+    std::set<const BOX*> known(later.begin(), later.end());
+    for (const Leftover& left : leftoversIn(container, file)) {
+        known.insert(left.box);
+    }
     uint64_t end = length;
     for (auto box = top.rbegin(); box != top.rend(); ++box) {
-        const bool left = known != leftovers.rend() && known->box == box->get();
         const bool cutOff = (*box)->tag == fourcc("free") && (*box)->end() > length;
-        if ((!left || (*box)->end() != end) && !cutOff) {
+        if (!cutOff && !(known.contains(box->get()) && (*box)->end() == end)) {
             break;
         }
         end = (*box)->offset;
-        known += left ? 1 : 0;
     }
-    if (end == length) {
+    return end;
+}
+
+/// Makes the movie boxes `free` boxes and cuts the file at `end`; or leaves it as it was, as far as the
+/// system lets.
+bool takeAway(FileIO& file, const LaterMovies& movies, uint64_t end) {
+    const bool freed = std::all_of(movies.begin(), movies.end(),
+                                   [&](const BOX* movie) { return retype(file, movie->offset, "free"); });
+    const bool done =
+        freed && (movies.empty() || file.sync()) && (end == file.length() || file.truncate(end));
+    if (done) {
+        file.sync(); // should the end not reach the disk, the leftovers are back, and that is all
         return true;
     }
-    const std::string what = bytesOf(length - end) + " of leftovers at the end, from " + grouped(end) + " on";
-    if (isPointedInto(container, file, end, length)) {
-        result.left.push_back(what + " (chunk offsets point to them)");
-        return true;
+    for (const BOX* movie : movies) {
+        retype(file, movie->offset, "moov");
     }
-    if (!file.truncate(end) || !file.sync()) {
-        return false;
+    return false;
+}
+
+/// Takes away what is proven in a file that is locked and parsed; whether all went well.
+bool takeProvenAway(const MP4::Container& container, FileIO& file, Repair& result, bool dryRun) {
+    LaterMovies movies = laterMoviesIn(container, file, result);
+    const uint64_t length = container.root->boxSize;
+    uint64_t end = endBeforeLeftovers(container, file, movies);
+    std::vector<std::string> taken;
+    if (end != length) {
+        std::string what = bytesOf(length - end) + " of leftovers at the end, from " + grouped(end) + " on,";
+        const bool needed = isPointedInto(container, file, end, length);
+        (needed ? result.left : taken).push_back(std::move(what));
+        end = needed ? length : end;
     }
-    result.taken.push_back(what);
-    return true;
+    std::erase_if(movies, [end](const BOX* movie) { return movie->offset >= end; });
+    for (const BOX* movie : movies) {
+        taken.push_back("the second 'moov', at " + grouped(movie->offset) + ",");
+    }
+    const bool done = !file.failed() && (dryRun || taken.empty() || takeAway(file, movies, end));
+    if (done) {
+        result.taken = std::move(taken);
+    }
+    return done;
 }
 
 } // namespace
@@ -421,21 +451,15 @@ std::vector<Finding> findingsIn(const MP4::Container& container, bool& readable)
     return findings;
 }
 
-Repair takeLeftoversAway(const std::wstring& path) {
+Repair takeLeftoversAway(MP4::Container& container, bool dryRun) {
     Repair result;
-    FileIO::open_a(path, [&](FileIO& file) {
+    container.open_a([&](FileIO& file) {
         if (!file.lock()) {
             result.left.emplace_back("everything: somebody else is editing the file");
             return;
         }
-        MP4::Container container;
-        container.path = path;
         parse(container, file);
-        if (container.incomplete() || !freeLaterMovies(container, file, result)) {
-            return;
-        }
-        parse(container, file);
-        result.done = !container.incomplete() && cutLeftovers(container, file, result) && !file.failed();
+        result.done = !container.incomplete() && takeProvenAway(container, file, result, dryRun);
     });
     return result;
 }

@@ -13,10 +13,6 @@ constexpr const char* layout = "Layout and time";
 constexpr const char* video = "Video";
 constexpr const char* sound = "Spatial sound";
 
-Work prepareDump(const Options& options) {
-    return [json = options.json](Session& session) { return dump(session, session.path, json); };
-}
-
 } // namespace
 
 void fileArgument(CLI::App& app, Options& options) {
@@ -24,19 +20,17 @@ void fileArgument(CLI::App& app, Options& options) {
     app.add_option_function<std::string>("FILE", take, "MP4 file")->required();
 }
 
-Status dump(Session& session, const std::wstring& path, bool) {
-    if (!session.container.attach(path)) {
-        return session.failed("could not be opened");
-    }
-    const Messages::Printed printed;
-    session.container.dump();
-    return session.container.incomplete() ? session.failedFor("could not be read whole; boxes may be missing")
-                                          : session.done("");
-}
-
 const std::vector<Command>& commands() {
     static const std::vector<Command> table{
-        {"dump", looking, Form::extracts, "Print the box tree", "dump video.mp4", fileArgument, prepareDump},
+        {"info", looking, Form::looks, "Tell what a recording is and what it carries", "info video.mp4",
+         jsonArgument, info},
+        {"dump", looking, Form::extracts, "Print the box tree", "dump video.mp4", dumpArguments, dump},
+        {"picture", looking, Form::extracts, "Draw how a file is laid out, as a page for a browser",
+         "picture video.mp4 -o video.html", pictureArguments, picture},
+        {"check", looking, Form::looks, "Tell what is wrong with a file, or left over in it", "check *.mp4",
+         nullptr, check},
+        {"repair", looking, Form::patches, "Take away what an interrupted edit left behind",
+         "repair video.mp4", nullptr, repair},
 
         {"get", kinds, Form::extracts, "Write out the content of a kind", "get map video.mp4 -o map.bin",
          getArguments, get},

@@ -47,11 +47,14 @@ const std::vector<Command>& commands();
 // Each group of commands has a source file of its own.
 
 // Looking.
-Status info(Session& session, const std::wstring& path, bool json);
-Status dump(Session& session, const std::wstring& path, bool json);
-Status picture(Session& session, const std::wstring& path, const std::string& page);
-Status check(Session& session, const std::wstring& path, bool json);
-Status repair(Session& session, const std::wstring& path);
+void jsonArgument(CLI::App& app, Options& options);
+void dumpArguments(CLI::App& app, Options& options);
+void pictureArguments(CLI::App& app, Options& options);
+Work info(const Options& options);
+Work dump(const Options& options);
+Work picture(const Options& options);
+Work check(const Options& options);
+Work repair(const Options& options);
 
 /// FILE, of a command that takes a single one.
 void fileArgument(CLI::App& app, Options& options);

@@ -33,10 +33,9 @@ class Body {
 public:
     Body(FileIO& file, const BOX& box, size_t wanted = 64) : bytes(wanted) {
         const uint64_t from = box.offset + box.headerSize();
-        const uint64_t end = box.endWithin(file.length());
-        there = end > from ? std::min<uint64_t>(wanted, end - from) : 0;
-        if (!file.seek_set(from) || file.readAll(bytes.data(), there) != there) {
-            bytes.assign(wanted, 0);
+        const uint64_t end = box.endWithin(~uint64_t{0});
+        if (from < end && file.seek_set(from)) {
+            there = file.readAll(bytes.data(), std::min<uint64_t>(wanted, end - from));
         }
     }
     template <class Integer>
@@ -91,15 +90,47 @@ void readPicture(FileIO& file, const BOX& entry, Facts::Track& track) {
     track.height = body.number<uint16_t>(26);
 }
 
+/// Channels of AAC as its configuration tells them (ISO/IEC 14496-1 7.2.6.5, 14496-3 1.6.2.1): the sample
+/// entry around it says 2 for any number. 0 if it does not tell.
+uint32_t aacChannels(const std::string& entry) {
+    struct Descriptor {
+        char tag;
+        size_t fields; ///< bytes in front of the descriptor inside
+    };
+    size_t at = entry.find("esds");
+    at = at == std::string::npos ? entry.size() : at + 8; // type, version and flags
+    for (const auto& [tag, fields] : {Descriptor{3, 3}, Descriptor{4, 13}, Descriptor{5, 0}}) {
+        if (at >= entry.size() || entry[at] != tag) {
+            return 0;
+        }
+        do { // a length, whose bytes but the last have the high bit
+            ++at;
+        } while (at < entry.size() && (static_cast<unsigned char>(entry[at]) & 0x80) != 0);
+        at += 1 + fields;
+    }
+    if (at + sizeof(uint16_t) > entry.size()) {
+        return 0;
+    }
+    const unsigned config = MP4::loadBigEndian<uint16_t>(&entry[at]);
+    const unsigned objectType = config >> 11;
+    const unsigned frequency = config >> 7 & 15;
+    const unsigned channels = config >> 3 & 15;
+    const bool extended = objectType == 31 || frequency == 15;
+    return extended || channels > 7 ? 0 : channels == 7 ? 8 : channels;
+}
+
 /// A sample entry of sound (ISO/IEC 14496-12 12.2.3), or QuickTime's second version of it.
 void readSound(FileIO& file, const BOX& entry, Facts::Track& track) {
-    const Body body(file, entry);
+    const Body body(file, entry, 256);
     if (body.number<uint16_t>(8) == 2) {
         track.sampleRate = std::bit_cast<double>(body.number<uint64_t>(32));
         track.channels = body.number<uint32_t>(40);
     } else {
         track.channels = body.number<uint16_t>(16);
         track.sampleRate = body.number<uint32_t>(24) / 65536.0;
+    }
+    if (const uint32_t told = aacChannels(body.behind(0))) {
+        track.channels = told;
     }
 }
 
@@ -361,26 +392,27 @@ const Facts::Payload* Facts::payload(const std::string& kind) const {
 
 Facts factsOf(const MP4::Container& container) {
     Facts facts;
-    facts.file = Brisa::wchar::wcs2mbs(container.path).c_str();
-    facts.whole = !container.incomplete();
+    facts.file = Brisa::wchar::toBytes(container.path);
+    facts.length = container.root->boxSize;
+    bool read = false;
     container.open([&](FileIO& file) {
-        facts.length = file.length();
         if (const BOX* const brands = container.root->first("ftyp")) {
             readBrands(file, *brands, facts);
         }
         if (container.moov != nullptr) {
             readMovie(file, container, facts);
         }
-        container.find("moof", [&](BOX&) {
-            ++facts.fragments;
-            return true;
-        });
-        readPayloads(container, facts);
         for (const Leftover& left : leftoversIn(container, file)) {
             facts.leftover += left.box->endWithin(facts.length) - left.box->offset;
         }
-        facts.whole = facts.whole && !file.failed();
+        read = !file.failed();
     });
+    container.find("moof", [&](BOX&) {
+        ++facts.fragments;
+        return true;
+    });
+    readPayloads(container, facts);
+    facts.whole = read && !container.incomplete();
     return facts;
 }
 

@@ -21,7 +21,7 @@ struct Facts {
         uint32_t chunks = 0;
         uint16_t width = 0; ///< pixels, of video
         uint16_t height = 0;
-        uint32_t channels = 0;           ///< of sound, as the sample entry tells them
+        uint32_t channels = 0;           ///< of sound
         double sampleRate = 0;           ///< hertz
         std::optional<bool> fullRange;   ///< of H.264 whose parameter set is understood
         std::optional<unsigned> profile; ///< its profile_idc
@@ -45,7 +45,7 @@ struct Facts {
 
     std::string file;
     uint64_t length = 0;
-    bool whole = true;               ///< whether all boxes could be read
+    bool whole = false;              ///< whether all boxes could be read
     std::vector<std::string> brands; ///< the major brand, then the compatible ones; none without `ftyp`
     std::optional<double> seconds;   ///< as the movie header tells it, if it does
     std::optional<int64_t> created;  ///< seconds since 1970; none when the field is 0

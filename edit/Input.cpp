@@ -101,6 +101,10 @@ std::wstring widened(const std::string& path) {
     return Brisa::wchar::fromBytes(path);
 }
 
+bool looksLikeMp4(const MP4::Container& container) {
+    return container.moov != nullptr || container.mdat != nullptr || container.root->first("ftyp") != nullptr;
+}
+
 std::string contentOf(const std::string& path) {
     constexpr size_t block = 65536;
     std::string content;

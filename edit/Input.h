@@ -9,11 +9,15 @@
 #include "ByteArray.h"
 #include "GPSInfo.h"
 #include "MP4Container.h"
+#include "Text.h"
 
 namespace edit {
 
 /// A path as the library takes it: any bytes.
 std::wstring widened(const std::string& path);
+
+/// Whether a file has any of the boxes that make it one.
+bool looksLikeMp4(const MP4::Container& container);
 
 /// The whole content of a side file; "-" is the standard input. Throws Failure with the system's reason.
 std::string contentOf(const std::string& path);

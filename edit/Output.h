@@ -2,10 +2,10 @@
 
 #include <functional>
 #include <string>
-#include <string_view>
 
 #include "Brisa/BrisaNewFile.h"
 #include "Session.h"
+#include "Text.h"
 
 namespace edit {
 
@@ -32,8 +32,6 @@ private:
     const bool mayReplace;
     std::wstring draft;
 };
-
-using Sink = std::function<bool(std::string_view)>; ///< takes a piece of a result; false once that has failed
 
 /// Has a result written where the command line wants it: to standard output, or to a new file
 /// (Options::output).

@@ -147,7 +147,8 @@ std::set<const BOX*> neverInRuns(const MP4::Container& container, const Former& 
 } // namespace
 
 bool writePicture(const MP4::Container& container, const Sink& sink) {
-    const Facts facts = factsOf(container);
+    Facts facts = factsOf(container);
+    facts.file.erase(0, facts.file.rfind('/') + 1); // the page may go elsewhere
     const std::string_view page = picturePage;
     const std::string_view mark = "@DATA@";
     const size_t at = page.find(mark);
@@ -170,7 +171,7 @@ bool writePicture(const MP4::Container& container, const Sink& sink) {
                   safely(",\"places\":" + std::to_string(places)) && safely(",\"facts\":" + jsonOf(facts)) &&
                   safely(",\"tracks\":" + textOf(tracks)) && safely(",\"boxes\":") &&
                   writeBoxes(container.root->children, form, safely) && safely("}") &&
-                  sink(page.substr(at + mark.size())) && !file.failed();
+                  sink(page.substr(at + mark.size())) && facts.whole && !file.failed();
     });
     return written;
 }

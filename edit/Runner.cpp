@@ -66,10 +66,6 @@ private:
     std::filesystem::file_time_type changed;
 };
 
-bool looksLikeMp4(const MP4::Container& container) {
-    return container.moov != nullptr || container.mdat != nullptr || container.root->first("ftyp") != nullptr;
-}
-
 } // namespace
 
 Runner::Runner(const Command& command_, const Options& options_) : command(command_), options(options_) {}

@@ -107,7 +107,7 @@ std::string beginning(const Json& members) {
 template <class Entry>
 bool eachEntry(Brisa::FileIO& file, const MP4::STCO& table, const std::function<void(uint64_t)>& visit) {
     constexpr uint64_t blockBytes = 65536;
-    const uint64_t end = table.endWithin(file.length());
+    const uint64_t end = table.endWithin(~uint64_t{0});
     const uint64_t room = table.tableOffset > end ? 0 : (end - table.tableOffset) / sizeof(Entry);
     const uint64_t bytes = std::min<uint64_t>(room, table.entryCount) * sizeof(Entry);
     std::vector<uint8_t> block;
@@ -183,15 +183,6 @@ std::string textOf(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string grouped(uint64_t number) {
-    std::string digits = std::to_string(number);
-    for (size_t at = digits.size(); at > 3;) {
-        at -= 3;
-        digits.insert(at, ",");
-    }
-    return digits;
-}
-
 bool eachChunk(Brisa::FileIO& file, const MP4::STCO& table, const std::function<void(uint64_t)>& visit) {
     return MP4::as<MP4::CO64>(table) != nullptr ? eachEntry<uint64_t>(file, table, visit)
                                                 : eachEntry<uint32_t>(file, table, visit);
@@ -237,7 +228,7 @@ bool writeTree(const MP4::Container& container, const Sink& sink) {
         .childrenKey = "children",
         .alone = [](const MP4::BOX&) { return true; },
     };
-    const Json file{{"file", Brisa::wchar::wcs2mbs(container.path).c_str()},
+    const Json file{{"file", Brisa::wchar::toBytes(container.path)},
                     {"size", container.root->boxSize},
                     {"whole", !container.incomplete()}};
     return sink(beginning(file) + ",\"children\":") && writeBoxes(container.root->children, form, sink) &&

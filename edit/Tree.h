@@ -6,11 +6,11 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <string_view>
 
 #include <nlohmann/json.hpp>
 
 #include "MP4Container.h"
+#include "Text.h"
 
 /// What a box tree tells to people and to other programs: names, identities, fields, chunk tables, JSON.
 ///
@@ -19,8 +19,6 @@ namespace edit {
 
 using Json = nlohmann::ordered_json; ///< members in the order in which they were put in
 using Boxes = std::span<const std::unique_ptr<MP4::BOX>>;
-/// Takes a piece of a result; false if it could not be written, after which no more comes.
-using Sink = std::function<bool(std::string_view)>;
 
 /// The four characters of a type as BOX::type() tells them.
 std::string typeOf(const MP4::BOX& box);
@@ -34,8 +32,6 @@ Boxes childrenOf(const MP4::BOX& box);
 Json fieldsOf(const MP4::BOX& box);
 /// On one line; bytes that are no UTF-8 become U+FFFD.
 std::string textOf(const Json& json);
-/// A count or a size as people read it: 38,192,003
-std::string grouped(uint64_t number);
 
 /// Calls `visit` with each chunk offset of a table, which is read in blocks. False when the box has no room
 /// for its entries, or the file could not be read.
