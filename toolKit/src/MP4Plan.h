@@ -16,7 +16,7 @@ namespace MP4 {
 
 /// How far it is from `from` to `to`.
 constexpr long long distance(uint64_t from, uint64_t to) {
-    return static_cast<long long>(to - from);
+    return static_cast<long long>(to) - static_cast<long long>(from);
 }
 
 /// `offset` moved by a signed distance.
