@@ -82,10 +82,10 @@ bool FileIO::mayGoOn(uint64_t transferred, bool more) {
 uint64_t FileIO::copyTo(FileIO& destination, uint64_t size) {
     constexpr uint64_t blockBytes = 65536;
     uint64_t total = size < blockBytes ? 0 : copyWithin(destination, size);
-    if (total == size || failed() || destination.failed()) {
+    if (total == size) {
         return total;
     }
-    const auto block = std::make_unique_for_overwrite<uint8_t[]>(blockBytes);
+    const auto block = std::make_unique_for_overwrite<uint8_t[]>(std::min(blockBytes, size - total));
     while (total < size) {
         // Blocks end at whole multiples of their size: a write that begins or ends within a page of
         // the system's cache takes half as long again.

@@ -56,13 +56,16 @@ public:
     /// - 'a': an existing plain file for reading and writing, from offset 0; never created;
     /// - 'x': a new file for reading and writing; where anything is there already, a link included, it
     ///   fails. Permission bits 0600;
-    /// - 'n': the same with those of 'w'.
+    /// - 'n': the same with those of 'w';
+    /// - 'e': an existing plain file for writing, as it is;
+    /// - 's': whatever can be read, a pipe or a device as well.
     ///
-    /// On failure the handle is not open and errno says why: for 'r' and 'a' also EISDIR, and ENOTSUP
-    /// for what is neither a plain file nor a folder; they never wait for the other end of a pipe. It
-    /// prints "open(%ls, '%c') failed.\n", in the modes 'x' and 'n' nothing. The path is not copied: it
-    /// must outlive the handle, so it cannot be a temporary. The descriptor is never one of the three
-    /// standard ones, so that nothing printed can end up in the file when the process was started
+    /// On failure the handle is not open and errno says why: for 'r', 'a' and 'e' also EISDIR, and
+    /// ENOTSUP for what is neither a plain file nor a folder; they never wait for the other end of a
+    /// pipe. It prints "open(%ls, '%c') failed.\n", in the modes
+    /// 'x', 'n', 'e' and 's' nothing. The path is not
+    /// copied: it must outlive the handle, so it cannot be a temporary. The descriptor is never one of the
+    /// three standard ones, so that nothing printed can end up in the file when the process was started
     /// without them.
     FileIO(const std::wstring& path, int mode);
     FileIO& operator=(const FileIO&) = delete;
@@ -82,6 +85,8 @@ public:
     uint64_t copyTo(FileIO& destination, uint64_t size);
 
     [[nodiscard]] bool isOpen() const { return descriptor != 0; }
+    /// Whether it is a plain file, no folder, pipe or device.
+    [[nodiscard]] bool isPlain() const;
     /// The file's size; 0 when not open or when the system cannot tell.
     [[nodiscard]] uint64_t length() const;
     /// Whether the system has failed to serve this handle so far: what was read may be incomplete.

@@ -32,6 +32,7 @@ constexpr mode_t permissionBits = 07777;
 constexpr mode_t accessBits = 0777; ///< without those that lend the owner's rights
 constexpr size_t conversionLimit = 2048;
 constexpr uint32_t byteCharacters = 0x10FF00; ///< the first of 256 private code points, one for each byte
+constexpr const char* quietModes = "xnes";
 constexpr std::chrono::milliseconds lockPause{10};
 
 int flagsOf(int mode) {
@@ -43,6 +44,10 @@ int flagsOf(int mode) {
     case 'x':
     case 'n':
         return O_RDWR | O_CREAT | O_EXCL; // which follows no link
+    case 'e':
+        return O_WRONLY | O_NONBLOCK;
+    case 's':
+        return O_RDONLY;
     default:
         return O_RDONLY | O_NONBLOCK;
     }
@@ -92,10 +97,14 @@ int opened(const char* name, int mode) {
     return descriptor;
 }
 
+bool isByteCharacter(uint32_t code) {
+    return (code & ~uint32_t{0xFF}) == byteCharacters;
+}
+
 /// The bytes of one character, at most six.
 std::string bytesOf(wchar_t character) {
     const auto code = static_cast<uint32_t>(character);
-    if (code - byteCharacters < 0x100) {
+    if (isByteCharacter(code)) {
         return {static_cast<char>(code & 0xFF)};
     }
     char bytes[MB_LEN_MAX];
@@ -120,7 +129,7 @@ size_t characterAt(const char* bytes, size_t count, wchar_t& character) {
     const size_t length = std::mbrtowc(&character, bytes, count, &state);
     const bool whole = length <= count && std::mbsinit(&state) != 0;
     const bool same = whole && bytesOf(character) == std::string_view(bytes, length);
-    return same && static_cast<uint32_t>(character) - byteCharacters >= 0x100 ? length : 0;
+    return same && !isByteCharacter(static_cast<uint32_t>(character)) ? length : 0;
 }
 
 } // namespace
@@ -130,7 +139,7 @@ FileIO::FileIO(const std::wstring& path_, int mode_) : path(path_), mode(mode_) 
     if (file != -1) {
         file = movedPastStandardStreams(file);
     }
-    if (file == -1 && mode != 'x' && mode != 'n') {
+    if (file == -1 && std::strchr(quietModes, mode) == nullptr) {
         Console::out(L"open(%ls, '%c') failed.\n", path.c_str(), mode);
     }
     descriptor = file == -1 ? noDescriptor : file;
@@ -140,6 +149,11 @@ FileIO::~FileIO() {
     if (isOpen()) {
         ::close(descriptor);
     }
+}
+
+bool FileIO::isPlain() const {
+    struct stat status {};
+    return isOpen() && ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 uint64_t FileIO::length() const {
@@ -299,7 +313,8 @@ bool FileIO::syncFolderOf(const std::wstring& path) {
 }
 
 /// Has the system copy, which it does without the bytes passing through this process, on some file
-/// systems without any byte moved. Ends early, without a fault, where it cannot.
+/// systems without any byte moved. Where it cannot, or fails, it ends early and is no fault: copying by
+/// blocks goes on from there, and finds out which of the two files is to blame.
 uint64_t FileIO::copyWithin(FileIO& destination, uint64_t size) {
     uint64_t total = 0;
 #ifdef __linux__
@@ -309,9 +324,6 @@ uint64_t FileIO::copyWithin(FileIO& destination, uint64_t size) {
             return ::copy_file_range(descriptor, nullptr, destination.descriptor, nullptr, block, 0);
         });
         if (copied <= 0) {
-            const bool cannot = copied == 0 || errno == EXDEV || errno == EINVAL || errno == ENOSYS ||
-                                errno == EOPNOTSUPP || errno == EBADF;
-            faulty = faulty || !cannot;
             break;
         }
         const auto count = static_cast<uint64_t>(copied);

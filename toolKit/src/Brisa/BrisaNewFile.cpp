@@ -1,7 +1,9 @@
 #include "Brisa/BrisaNewFile.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <random>
+#include <system_error>
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
@@ -22,6 +24,28 @@ std::wstring randomName() {
         text += letters[source() % letters.size()];
     }
     return text;
+}
+
+namespace fs = std::filesystem;
+
+/// Where symbolic links lead to, be there something or not.
+fs::path followed(fs::path path) {
+    std::error_code none;
+    for (int links = 0; links < longestSearch && fs::is_symlink(path, none); ++links) {
+        path = path.parent_path() / fs::read_symlink(path, none);
+    }
+    return path;
+}
+
+/// Why a folder may let a file be written and not be replaced.
+bool isFixed(int error) {
+    return error == EACCES || error == EPERM || error == EBUSY || error == EXDEV;
+}
+
+bool overwrite(const std::wstring& path, const std::function<bool(FileIO&)>& content) {
+    bool written = false;
+    FileIO::open_w(path, [&](FileIO& file) { written = content(file); });
+    return written;
 }
 
 /// Like the line of a file that could not be opened for writing, which this is to its user.
@@ -59,18 +83,51 @@ std::unique_ptr<NewFile> NewFile::at(const std::wstring& path, Access access) {
     return made != nullptr ? std::move(made) : told(path);
 }
 
-std::unique_ptr<NewFile> NewFile::beside(const std::wstring& place, Access access) {
-    const std::wstring folder = place.substr(0, place.rfind(L'/') + 1);
-    std::unique_ptr<NewFile> made;
+std::unique_ptr<NewFile> NewFile::createdBeside(const std::wstring& place, Access access) {
     std::wstring start = place + L".";
-    for (int tried = 0; made == nullptr && tried < longestSearch; ++tried) {
-        made = created(start + randomName() + suffix, access);
+    for (int tried = 0; tried < longestSearch; ++tried) {
+        auto made = created(start + randomName() + suffix, access);
         if (made != nullptr || (errno != EEXIST && errno != ENAMETOOLONG)) {
-            break;
+            return made;
         }
-        start = errno == ENAMETOOLONG ? folder : start;
+        if (errno == ENAMETOOLONG) {
+            start = place.substr(0, place.rfind(L'/') + 1);
+        }
     }
+    return nullptr;
+}
+
+std::unique_ptr<NewFile> NewFile::beside(const std::wstring& place, Access access) {
+    auto made = createdBeside(place, access);
     return made != nullptr ? std::move(made) : told(place);
+}
+
+bool NewFile::write(const std::wstring& path, const std::function<bool(FileIO&)>& content) {
+    const fs::path given = wchar::toBytes(path);
+    std::error_code none;
+    const fs::file_type there = fs::status(given, none).type();
+    const bool isNew = there == fs::file_type::not_found;
+    if (!given.has_filename() || (!isNew && there != fs::file_type::regular)) {
+        return overwrite(path, content);
+    }
+    const std::wstring place = wchar::fromBytes(followed(given).native());
+    const FileIO old(place, 'e');
+    if (!isNew && !old.isFileAt(path)) {
+        return overwrite(path, content); // which says why it cannot
+    }
+    const auto made = createdBeside(place, isNew ? Access::usual : Access::owner);
+    if (made == nullptr && !isNew && isFixed(errno)) {
+        return overwrite(path, content);
+    }
+    if (made == nullptr) {
+        told(path);
+        return false;
+    }
+    if (!content(made->file())) {
+        return false;
+    }
+    return made->take(place, !isNew, isNew ? nullptr : &old) ||
+           (!isNew && isFixed(errno) && overwrite(path, content));
 }
 
 bool NewFile::mayTake() const {

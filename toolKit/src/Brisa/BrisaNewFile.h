@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,13 @@ public:
     /// Creates a file in the folder of `place` under a name that nobody has: `place`.XXXXXX.part. Null
     /// when that fails, and the same line is printed with `place`.
     static std::unique_ptr<NewFile> beside(const std::wstring& place, Access access = Access::owner);
+    /// Writes a file whole or not at all: `content` fills a new one, in mode 0644 less the umask, which
+    /// then takes `path`. A plain file that is there keeps what FileIO::adopt() takes over, and is on disk
+    /// in its new form before the old one goes; a symbolic link stays, and what it points to is
+    /// written. Where that cannot be, because `path` is a device or a pipe, or its folder lets nothing be
+    /// renamed, `content` fills what is there, from its start. Prints the line of at() with `path`
+    /// when it cannot be written.
+    static bool write(const std::wstring& path, const std::function<bool(FileIO&)>& content);
     ~NewFile();
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
@@ -46,6 +54,7 @@ public:
 private:
     NewFile(std::wstring path, Access access);
     static std::unique_ptr<NewFile> created(const std::wstring& path, Access access);
+    static std::unique_ptr<NewFile> createdBeside(const std::wstring& place, Access access);
     [[nodiscard]] bool mayTake() const;
 
     const std::wstring name;
