@@ -2,18 +2,26 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
-#include <cstring>
+#include <cerrno>
 #include <cwchar>
 #include <exception>
+#include <filesystem>
+#include <new>
 #include <string>
+#include <string_view>
+#include <system_error>
+
+#include <unistd.h>
 
 #include "AroundData.h"
 #include "Brisa/BrisaConsole.h"
+#include "Brisa/BrisaInterrupts.h"
 #include "MapData.h"
 #include "WalkData.h"
 
 using Brisa::Console;
+using Brisa::FileIO;
+using Brisa::Interrupts;
 
 namespace {
 
@@ -24,11 +32,24 @@ constexpr int mp4FileWriteError = -3;
 constexpr int mp4FileReadError = -4;
 constexpr int mapFileWriteError = -5;
 
-constexpr int convertedArguments = 10;
+constexpr int signalStatus = 128;
+
+constexpr size_t convertedArguments = 4; ///< the program's name and the three that a command has
 constexpr size_t longestArgument = 2048;
 
+/// How a step, or the whole run, that could not be finished ends.
+int failed(const wchar_t* message, int status) {
+    Console::out(message);
+    if (::isatty(STDOUT_FILENO) != 0) {
+        Console::err(L"\n"); // keeps a prompt off the message's line
+    }
+    return status;
+}
+
 void report(const std::exception& error) {
-    Console::err(L"Pellmor: not enough memory (%s).\n", error.what());
+    const bool memory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    Console::err(L"Pellmor: %ls.\n",
+                 memory ? L"not enough memory" : Brisa::wchar::fromBytes(error.what()).c_str());
 }
 
 /// Runs one step of a command; a step that runs out of memory has failed like any other.
@@ -42,60 +63,126 @@ bool succeeds(Step step) {
     }
 }
 
-/// Whether both paths name one file, which writing the side file would destroy.
-bool namesSameFile(const std::wstring& mp4Path, const std::wstring& mapPath) {
-    bool same = false;
-    Brisa::FileIO::open(mp4Path, [&](Brisa::FileIO& file) { same = file.isFileAt(mapPath); });
-    if (same) {
-        Console::err(L"Pellmor: %ls is the MP4 file itself; it is not overwritten.\n", mapPath.c_str());
+/// Says why a step is not taken.
+bool refused(const std::wstring& path, const wchar_t* reason) {
+    Console::err(L"Pellmor: %ls %ls.\n", path.c_str(), reason);
+    return true;
+}
+
+bool isPlainFile(const std::wstring& path) {
+    std::error_code none;
+    return std::filesystem::is_regular_file(Brisa::wchar::toBytes(path), none);
+}
+
+/// Whether a plain file begins with the box that a recording begins with.
+bool beginsAsRecording(FileIO& file) {
+    std::array<char, 8> header{};
+    return file.isPlain() && file.readAll(header.data(), header.size()) == header.size() &&
+           std::string_view(&header[4], 4) == "ftyp";
+}
+
+/// Whether anything says that the file is a recording.
+bool holdsRecording(const std::wstring& path) {
+    FileIO file(path, 's');
+    if (!file.isPlain()) {
+        return false;
     }
-    return same;
+    MP4::Container container;
+    container.keepContents = false;
+    MP4::BinFile view(file);
+    container.parse(view, ~0ULL);
+    const auto& boxes = container.root->children;
+    return std::any_of(boxes.begin(), boxes.end(), [](const auto& box) {
+        return box->tag == MP4::fourcc("ftyp") || box->tag == MP4::fourcc("moov") ||
+               box->tag == MP4::fourcc("mdat");
+    });
+}
+
+/// Whether writing the side file would destroy a recording.
+bool destroysRecording(const std::wstring& mp4Path, const std::wstring& mapPath) {
+    if (!isPlainFile(mapPath)) {
+        return false;
+    }
+    FileIO side(mapPath, 's');
+    if (side.isFileAt(mp4Path)) {
+        return refused(mapPath, L"is the MP4 file itself; it is not overwritten");
+    }
+    return beginsAsRecording(side) && refused(mapPath, L"is a recording; it is not overwritten");
+}
+
+/// Whether the two files are not what their places among the arguments say.
+bool areMistaken(const std::wstring& mp4Path, FileIO& side, const std::wstring& mapPath) {
+    if (side.isFileAt(mp4Path)) {
+        return refused(mapPath, L"is the MP4 file itself; it is not put into itself");
+    }
+    return beginsAsRecording(side) && !holdsRecording(mp4Path) &&
+           refused(mapPath, L"is a recording and the other file is none: are they swapped?");
 }
 
 template <class Record>
 int readFromMp4File(const std::wstring& mp4Path, const std::wstring& mapPath) {
-    Record record;
-    if (!succeeds([&] { return record.readFromMp4(mp4Path); })) {
-        Console::out(L"mp4File read error.");
-        return mp4FileReadError;
-    }
-    const auto write = [&] {
-        return (record.binData.empty() || !namesSameFile(mp4Path, mapPath)) && record.writeToMap(mapPath);
+    const Record record;
+    bool isWritten = false;
+    bool isUnread = false;
+    const auto copy = [&](const SlamPayload& payload) {
+        isWritten = succeeds([&] {
+            return (payload.length() == 0 || !destroysRecording(mp4Path, mapPath)) &&
+                   SlamMetaData::writeToMap(mapPath, payload);
+        });
+        isUnread = payload.failed();
     };
-    if (!succeeds(write)) {
-        Console::out(L"mapFile write error.");
-        return mapFileWriteError;
+    if (!succeeds([&] { return record.openInMp4(mp4Path, copy) && !isUnread; })) {
+        return failed(L"mp4File read error.", mp4FileReadError);
     }
-    return success;
+    return isWritten ? success : failed(L"mapFile write error.", mapFileWriteError);
 }
 
 template <class Record>
 int writeToMp4File(const std::wstring& mp4Path, const std::wstring& mapPath) {
     Record record;
-    if (!succeeds([&] { return record.readFromMap(mapPath); })) {
-        Console::out(L"mapFile read error.");
-        return mapFileReadError;
+    FileIO side(mapPath, 's');
+    const auto read = [&] {
+        if (!side.isOpen()) {
+            return errno != EINTR; // a side file that is not there is an empty one
+        }
+        return side.isPlain() ? SlamMetaData::fitsBox(side.length()) : record.readFromMap(side);
+    };
+    if (!succeeds(read)) {
+        return failed(L"mapFile read error.", mapFileReadError);
     }
-    if (!succeeds([&] { return record.writeToMp4(mp4Path); })) {
-        Console::out(L"mp4File write error.");
-        return mp4FileWriteError;
+    const SlamPayload payload =
+        side.isPlain() ? SlamPayload(side, 0, side.length()) : SlamPayload(record.binData);
+    const auto write = [&] {
+        const auto result = areMistaken(mp4Path, side, mapPath) ? SlamMetaData::Put::failed
+                                                                : record.writeToMp4(mp4Path, payload);
+        if (result == SlamMetaData::Put::other) {
+            Console::err(L"Pellmor: %ls has another payload of this kind, which stays; "
+                         L"\"pellmor-edit put --replace\" replaces it.\n",
+                         mp4Path.c_str());
+        }
+        return result != SlamMetaData::Put::failed;
+    };
+    if (succeeds(write)) {
+        return success;
     }
-    return success;
+    return payload.failed() ? failed(L"mapFile read error.", mapFileReadError)
+                            : failed(L"mp4File write error.", mp4FileWriteError);
 }
 
 struct Command {
     const wchar_t* pattern; ///< what argument 1 begins with
     int (*run)(const std::wstring& mp4Path, const std::wstring& mapPath);
+    bool writesMp4;
 };
 
 /// Command n of 1 to 6 is row n - 1.
 constexpr std::array<Command, 6> commands{{
-    {L"-kind:rmap", readFromMp4File<MapData>},
-    {L"-kind:wmap", writeToMp4File<MapData>},
-    {L"-kind:rwalk", readFromMp4File<WalkData>},
-    {L"-kind:wwalk", writeToMp4File<WalkData>},
-    {L"-kind:raround", readFromMp4File<AroundData>},
-    {L"-kind:waround", writeToMp4File<AroundData>},
+    {L"-kind:rmap", readFromMp4File<MapData>, false},
+    {L"-kind:wmap", writeToMp4File<MapData>, true},
+    {L"-kind:rwalk", readFromMp4File<WalkData>, false},
+    {L"-kind:wwalk", writeToMp4File<WalkData>, true},
+    {L"-kind:raround", readFromMp4File<AroundData>, false},
+    {L"-kind:waround", writeToMp4File<AroundData>, true},
 }};
 
 constexpr const wchar_t* usage = L"\n"
@@ -128,6 +215,37 @@ bool checkArguments(int argc, wchar_t** argv, int& command) {
     return false;
 }
 
+/// Which file a path names, and how long it is: what stays the same when a change is undone.
+struct Sight {
+    std::filesystem::file_type type;
+    uint64_t device;
+    uint64_t number;
+    uint64_t length;
+    bool operator==(const Sight&) const = default;
+};
+
+Sight sightOf(const std::wstring& path) {
+    std::error_code none;
+    const auto type = std::filesystem::status(Brisa::wchar::toBytes(path), none).type();
+    if (type != std::filesystem::file_type::regular) {
+        return {type, 0, 0, 0};
+    }
+    const FileIO::Identity identity = FileIO(path, 's').identity();
+    return {type, identity.device, identity.number, identity.length};
+}
+
+/// The status of a run that an interrupt may have ended. One that came when all was done has not.
+int concluded(int status, const Sight& before, const Sight& after) {
+    if (status == success || Interrupts::signal() == 0) {
+        return status;
+    }
+    const bool isKnown = before.type == std::filesystem::file_type::regular ||
+                         before.type == std::filesystem::file_type::not_found;
+    Console::err(L"Pellmor: interrupted by %ls%ls\n", Interrupts::name(),
+                 isKnown && before == after ? L"; nothing was changed" : L"");
+    return signalStatus + Interrupts::signal();
+}
+
 int exec(int argc, wchar_t** argv) {
     Console::out(L"Pellmor.exe\n");
     int command = -1;
@@ -137,14 +255,19 @@ int exec(int argc, wchar_t** argv) {
     const std::wstring mp4Path = argv[2];
     const std::wstring mapPath = argv[3];
     Console::out(L"%ls %ls %ls\n", argv[1], argv[2], argv[3]);
-    return commands.at(static_cast<size_t>(command - 1)).run(mp4Path, mapPath);
+    const Command& chosen = commands.at(static_cast<size_t>(command - 1));
+    const std::wstring& changed = chosen.writesMp4 ? mp4Path : mapPath;
+    const Sight before = sightOf(changed);
+    const int status = chosen.run(mp4Path, mapPath);
+    return concluded(status, before, sightOf(changed));
 }
 
-/// As much of the argument as the locale can convert.
 std::wstring widened(const char* argument) {
-    std::wstring wide = Brisa::wchar::mbs2wcs(argument);
-    if (wide.size() < std::min(std::strlen(argument), longestArgument)) {
-        Console::err(L"Pellmor: warning: an argument is cut at its first byte that is not ASCII.\n");
+    std::wstring wide = Brisa::wchar::fromBytes(argument);
+    if (wide.size() > longestArgument) {
+        Console::err(L"Pellmor: an argument of %zu characters is cut to its first %zu.\n", wide.size(),
+                     longestArgument);
+        wide.resize(longestArgument);
     }
     return wide;
 }
@@ -153,9 +276,8 @@ std::wstring widened(const char* argument) {
 
 int main(int argc, char** argv) try {
     Console::init_locale();
-    // A file size limit or a closed pipe makes a write fail; it must not end the process half-way.
-    std::signal(SIGXFSZ, SIG_IGN);
-    std::signal(SIGPIPE, SIG_IGN);
+    const Interrupts interrupts;
+    const Brisa::Watch watch(Interrupts::hook());
 
     std::array<std::wstring, convertedArguments> arguments;
     std::array<wchar_t*, convertedArguments> table{};

@@ -1,11 +1,15 @@
 """The six commands on real recordings: bytes, messages, exit statuses."""
 
+import fcntl
 import os
+import signal
 import subprocess
+import termios
+import time
 
 import pytest
 
-from conftest import BIN, SANITIZED, box, limited_to, packets, run, sha
+from conftest import BIN, box, limited_to, packets, run, sha
 
 PELLMOR = BIN / "Pellmor"
 BANNER = b"Pellmor.exe\n"
@@ -72,17 +76,26 @@ def test_wrong_arguments_show_the_usage(arguments):
     assert (result.returncode, result.stdout) == (255, BANNER + USAGE)
 
 
-def test_arguments_behind_the_pattern_are_ignored_and_long_ones_cut(tmp_path):
-    result = run(PELLMOR, "-kind:waroundX", "x" * 3000, "none", *["more"] * 20, cwd=tmp_path)
-    path = b"x" * 2048
-    echo = b"-kind:waroundX " + path + b" none\n"
-    assert result.stdout == BANNER + echo + b"open(" + path + b", 'r') failed.\nmp4File write error."
-    assert result.returncode == 253
+@pytest.mark.parametrize("locale", ["POSIX", "C.UTF-8"])
+def test_names_arrive_byte_for_byte(side, tmp_path, locale):
+    for number, name in enumerate(["Lehrpfad Süd", "日本 かな", b"\xff\xc3", " a  b ", "\U0010ff41", "x" * 243]):
+        name = os.fsencode(name)
+        source, out = name + b".mp4", name + b".tmp.bin"
+        folder = tmp_path / str(number)
+        folder.mkdir()
+        (folder / os.fsdecode(source)).write_bytes(box(b"ftyp"))
+        for kind, second in ((b"-kind:wmapX", b"../side.bin"), (b"-kind:rmap", out)):
+            result = subprocess.run([PELLMOR, kind, source, second, b"\xff"], cwd=folder, capture_output=True, env={"LC_ALL": locale})
+            assert (result.returncode, result.stdout, result.stderr) == (0, BANNER + b" ".join([kind, source, second]) + b"\n", b"")
+        assert {entry: (folder / os.fsdecode(entry)).read_bytes() for entry in os.listdir(os.fsencode(folder))} == {
+            source: box(b"ftyp") + slam_box("map", b"payload"),
+            out: b"payload",
+        }
 
 
 def test_every_failing_step_has_its_message_and_status(recording, side, tmp_path):
     mp4, good = recording, recording.read_bytes()
-    empty, missing, folder, link = (tmp_path / name for name in ("empty", "missing", "folder", "link"))
+    empty, missing, folder, link, fifo, huge = (tmp_path / name for name in ("empty", "missing", "folder", "link", "fifo", "huge"))
     hollow, cut, full = (tmp_path / name for name in ("hollow.mp4", "cut.mp4", "full.mp4"))
     empty.touch()
     folder.mkdir()
@@ -90,27 +103,35 @@ def test_every_failing_step_has_its_message_and_status(recording, side, tmp_path
     cut.write_bytes(good + slam_box("map", b"payload")[:-1])
     full.write_bytes(good + slam_box("map", bytes(5000)))
     link.symlink_to(full)
+    os.mkfifo(fifo)
     small = limited_to(4999)
-    files = [path for path in tmp_path.iterdir() if path.is_file()]
-    before = [sha(path) for path in files]
+    huge.touch()
+    os.truncate(huge, 4294967272)
+    before = {path: path.is_file() and path != huge and sha(path) for path in tmp_path.iterdir()}
     for kind, first, second, options, status, text in (
         ("rmap", missing, side, {}, 252, b"open(missing, 'r') failed.\nmp4File read error."),
         ("rmap", mp4, side, {}, 252, b"mp4File read error."),
         ("rmap", cut, side, {}, 252, b"mp4File read error."),
         ("rmap", folder, side, {}, 252, b"open(folder, 'r') failed.\nmp4File read error."),
+        ("rmap", fifo, side, {}, 252, b"open(fifo, 'r') failed.\nmp4File read error."),
         ("rwalk", hollow, side, {}, 251, b"binData is empty.\nmapFile write error."),
         ("rmap", full, folder, {}, 251, b"open(folder, 'w') failed.\nmapFile write error."),
         ("rmap", full, full, {}, 251, b"mapFile write error."),
         ("rmap", full, link, {}, 251, b"mapFile write error."),
+        ("rmap", full, mp4, {}, 251, b"mapFile write error."),
         ("rmap", full, tmp_path / "out", small, 251, b"mapFile write error."),
+        ("rmap", full, side, small, 251, b"mapFile write error."),
         ("wmap", missing, side, {}, 253, b"open(missing, 'r') failed.\nmp4File write error."),
         ("wmap", mp4, empty, {}, 253, b"binData is empty.\nmp4File write error."),
         ("wmap", mp4, missing, {}, 253, b"binData is empty.\nmp4File write error."),
         ("wmap", mp4, folder, {}, 254, b"mapFile read error."),
+        ("wmap", mp4, huge, {}, 254, b"mapFile read error."),
+        ("wmap", full, link, {}, 253, b"mp4File write error."),
+        ("wmap", side, mp4, {}, 253, b"mp4File write error."),
         *[("wmap", mp4, side, limited_to(len(good) + room), 253, b"mp4File write error.") for room in (0, 1, 23, 24, 25, 30)],
     ):
         assert call(kind, first, second, **options)[:2] == (status, text), (kind, first, second)
-        assert [sha(path) for path in files] == before
+        assert {path: path.is_file() and path != huge and sha(path) for path in tmp_path.iterdir()} == before
 
 
 def test_the_first_matching_box_counts_in_either_size_form(recording, side):
@@ -137,9 +158,68 @@ def test_works_with_no_one_to_listen(recording, side, tmp_path):
     assert recording.read_bytes().endswith(slam_box("walk", b"payload"))
 
 
-@pytest.mark.skipif(SANITIZED, reason="a sanitizer ends the process instead")
-def test_a_payload_that_memory_cannot_hold_fails_its_step(recording, side):
-    os.truncate(side, 1 << 40)
-    status, text, error = call("wmap", recording, side)
-    assert (status, text) == (254, b"mapFile read error.")
-    assert b"not enough memory" in error
+def test_what_is_there_stays_or_keeps_its_face(recording, side, tmp_path):
+    link, other = tmp_path / "link", tmp_path / "other"
+    link.symlink_to(side)
+    other.write_bytes(b"another")
+    assert call("wmap", recording, side) == (0, b"", b"")
+    status, text, error = call("wmap", recording, other)
+    assert status == 0 and text.startswith(b"MP4: uuid is existed.(") and b"pellmor-edit put --replace" in error
+    side.write_bytes(b"an older payload")
+    side.chmod(0o640)
+    os.setxattr(side, "user.note", b"kept")
+    assert call("rmap", recording, link) == (0, b"", b"")
+    assert link.is_symlink() and side.read_bytes() == b"payload"
+    assert side.stat().st_mode & 0o777 == 0o640 and os.getxattr(side, "user.note") == b"kept"
+
+
+def test_pipes_and_devices_are_side_files_too(recording, tmp_path):
+    shell = f"head -c 300000 /dev/zero | {PELLMOR} -kind:wmap video.mp4 /dev/stdin; {PELLMOR} -kind:rmap video.mp4 /dev/stderr"
+    assert run("sh", "-c", shell, cwd=tmp_path).stderr == bytes(300000)
+
+
+def test_a_terminal_gets_its_prompt_on_a_line_of_its_own(tmp_path):
+    master, terminal = os.openpty()
+    result = subprocess.run([PELLMOR, "-kind:rmap", "none", "none"], cwd=tmp_path, stdout=terminal, stderr=subprocess.PIPE, timeout=120)
+    os.close(terminal)
+    assert (result.stderr, os.read(master, 999)[-21:]) == (b"\n", b"\nmp4File read error.".rjust(21, b"\r"))
+    os.close(master)
+
+
+@pytest.mark.parametrize("name", ["INT", "TERM", "HUP"])
+def test_an_interrupt_ends_what_waits(recording, tmp_path, name):
+    os.mkfifo(tmp_path / "side")
+    before, number = recording.read_bytes(), getattr(signal, "SIG" + name)
+    process = subprocess.Popen([PELLMOR, "-kind:wmap", recording, tmp_path / "side"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    with open(tmp_path / "side", "wb", buffering=0) as writer:
+        writer.write(b"the first bytes")
+        while writer and fcntl.ioctl(writer, termios.FIONREAD, bytes(4)) != bytes(4):
+            time.sleep(0.01)
+        time.sleep(0.1)
+        process.send_signal(number)
+        out, error = process.communicate(timeout=120)
+    assert (process.returncode, out[-19:]) == (128 + number, b"mapFile read error.")
+    assert error == f"Pellmor: interrupted by SIG{name}; nothing was changed\n".encode()
+    assert recording.read_bytes() == before
+
+
+INTERRUPTS = [
+    # kind, interrupted in which call, status, what standard error begins with
+    ("wmap", "copy_file_range:signal=INT:when=2", 130, b"Pellmor: interrupted by SIGINT; nothing was changed\n"),
+    ("rmap", "copy_file_range:signal=TERM:when=2", 143, b"Pellmor: interrupted by SIGTERM; nothing was changed\n"),
+    ("rmap", "rename:signal=INT", 0, b""),  # too late
+]
+
+
+@pytest.mark.skipif(run("strace", "-qq", "-o", os.devnull, "true").returncode != 0, reason="this system lets no process be traced")
+@pytest.mark.parametrize("kind, fault, status, error", INTERRUPTS)
+def test_an_interrupt_ends_what_runs_unless_it_is_done(recording, side, tmp_path, kind, fault, status, error):
+    os.truncate(side, 20 << 20)
+    if kind == "rmap":
+        call("wmap", recording, side)
+        side.write_bytes(b"an older payload")
+    before = {path: sha(path) for path in tmp_path.iterdir()}
+    result = run("strace", "-qq", "-o", "/dev/null", "-e", "inject=" + fault, PELLMOR, "-kind:" + kind, recording, side)
+    assert (result.returncode, result.stderr) == (status, error)
+    assert status == 0 or {path: sha(path) for path in tmp_path.iterdir()} == before
+    assert len(os.listdir(tmp_path)) == len(before)
