@@ -1,13 +1,20 @@
 // Console, files and conversions.
 
+#include <cerrno>
+#include <chrono>
+#include <clocale>
+#include <cwchar>
+#include <thread>
+
 #include <sys/stat.h>
 
 #include "Brisa/BrisaConsole.h"
-#include "ByteArray.h"
+#include "Brisa/BrisaNewFile.h"
 #include "support/Scratch.h"
 
 using Brisa::Console;
 using Brisa::FileIO;
+using Brisa::NewFile;
 using namespace test;
 
 namespace {
@@ -59,44 +66,117 @@ TEST(FileIO, OpensReadsAndFailsInWords) {
     EXPECT_THROW(FileIO::open(path, nullptr), std::bad_function_call);
 }
 
-TEST(Conversion, CutsAtTheCapacityAndAtForeignCharacters) {
-    using namespace Brisa::wchar;
-    EXPECT_EQ(mbs2wcs(""), L"");
-    EXPECT_EQ(mbs2wcs(std::string("ab\0c", 4)), L"ab");
-    EXPECT_EQ(mbs2wcs("caf\xC3\xA9"), L"caf");
-    EXPECT_EQ(mbs2wcs(std::string(3000, 'x')), std::wstring(2048, L'x'));
-    EXPECT_EQ(wcs2mbs(L"ab"), "ab" + zeros(10));
-    EXPECT_EQ(wcs2mbs(std::wstring(3000, L'x')), std::string(2048, 'x'));
+TEST(Names, ComeBackByteForByteInAnyLocale) {
+    std::string name = "S\xC3\xBC"
+                       "d \xE3\x81\x8B \xF4\x8F\xBD\x81 \xED\xA0\x80 \xC3";
+    for (int byte = 1; byte < 256; ++byte) {
+        name += static_cast<char>(byte);
+    }
+    for (const char* locale : {"C.UTF-8", "C"}) {
+        ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+        const std::wstring wide = Brisa::wchar::fromBytes(name);
+        EXPECT_EQ(wide.size(), name.size() - (locale == std::string("C") ? 0 : 3)) << "kana and umlaut are characters where they are known";
+        EXPECT_EQ(printed([&] { Console::out(L"%ls", wide.c_str()); }).out, name);
+        EXPECT_EQ(
+            Brisa::wchar::wcs2mbs(std::wstring(1000, L'x') + std::wstring(600, L'\u304B')).c_str(), std::string(1000, 'x') +
+                                                                                                        [] {
+                                                                                                            std::string kana;
+                                                                                                            for (int i = 0; i < 349; ++i) {
+                                                                                                                kana += "\xE3\x81\x8B";
+                                                                                                            }
+                                                                                                            return kana;
+                                                                                                        }())
+            << "cut behind the last character that fits";
+    }
 }
 
-TEST(BinFile, ReadsUpToTheLimitAndNoFurther) {
-    const Scratch scratch;
-    FileIO::open(scratch.file("\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0B\x0C"), [](FileIO& file) {
-        MP4::BinFile view(file);
-        view.limit = 10;
-        EXPECT_EQ((std::array<uint64_t, 3>{view.read8(), view.read16(), view.read32()}), (std::array<uint64_t, 3>{1, 0x0203, 0x04050607}));
-        EXPECT_EQ(view.read32(), 0U) << "refused: one byte too far";
-        EXPECT_EQ(view.position(), 7U);
-        view.seek_set(0);
-        EXPECT_EQ(view.read64(), 0x0102030405060708U);
-        view.limit = 3; // smaller than the width: nothing may wrap
-        view.seek_set(0);
-        EXPECT_EQ(view.read32() + view.position(), 0U);
-        EXPECT_EQ(view.available(), 3U);
-        view.limit = 100;
-        EXPECT_EQ(view.available(), 12U);
+TEST(Console, LeavesTheHostItsStreamsAndItsErrno) {
+    std::string sunk;
+    const auto [out, err] = printed([&] {
+        std::printf("host ");
+        errno = 7;
+        Console::out(L"%ls ", L"\u304B");
+        std::printf("host%d ", errno);
+        Console::setSink(
+            [&](Console::Stream stream, const std::string& text) { sunk += (stream == Console::Stream::err ? "E" : "O") + text; });
+        Console::err(L"%ls", std::wstring(5000, L'x').c_str());
+        Console::setSink({});
+        std::fwide(stdout, -1);
+        std::fwide(stderr, 1); // as a host makes it that prints wide text itself
+        Console::err(L"<%ls>", L"\u304B");
     });
+    EXPECT_EQ(out, "host \xE3\x81\x8B host7 ");
+    EXPECT_EQ(err, "<?>");
+    EXPECT_EQ(sunk, "E" + std::string(5000, 'x'));
 }
 
-TEST(ByteArray, HoldsExactlyItsBytes) {
-    ByteArray array;
-    array.append("abc", 3);
-    array.append(array); // from itself
-    array.resize(8);
-    EXPECT_EQ(Bytes(array.begin(), array.end()), "abcabc" + zeros(2));
-    array.assign(array.data() + 1, 2);
-    ByteArray copy = array;
-    const ByteArray moved = std::move(array);
-    copy[0] = 'x';
-    EXPECT_EQ(Bytes(moved.begin(), moved.end()) + Bytes(copy.begin(), copy.end()), "bcxc");
+TEST(FileIO, StopsWhenTheWatchSaysNo) {
+    constexpr uint64_t block = Brisa::Watch::blockBytes;
+    const Scratch scratch;
+    const auto source = scratch.file(""), copy = scratch / "copy";
+    std::filesystem::resize_file(source, 5 * block);
+    std::vector<uint64_t> told;
+    const auto once = [&](uint64_t bytes) { return told.push_back(bytes), told.size() < 2; };
+    const auto transfer = [&](const std::function<uint64_t(FileIO&, FileIO&)>& move) {
+        told.clear();
+        uint64_t moved = 0;
+        FileIO::open(source, [&](FileIO& from) { FileIO::open_w(copy, [&](FileIO& to) { moved = move(from, to); }); });
+        return moved;
+    };
+    std::vector<char> room(5 * block);
+    const Brisa::Watch watch(once);
+    EXPECT_LT(transfer([](FileIO& from, FileIO& to) { return from.copyTo(to, 5 * block) + (from.failed() ? 0 : 5 * block); }), 3 * block);
+    EXPECT_EQ(transfer([&](FileIO& from, FileIO&) { return from.readAll(room.data(), room.size()); }), 2 * block);
+    EXPECT_EQ(transfer([&](FileIO&, FileIO& to) { return to.writeAll(room.data(), room.size()); }), 2 * block);
+    EXPECT_THAT(told, testing::ElementsAre(block, block));
+    const Brisa::Watch nobody({});
+    EXPECT_EQ(transfer([&](FileIO& from, FileIO& to) { return from.copyTo(to, 5 * block); }), 5 * block);
+}
+
+TEST(FileIO, WaitsForALock) {
+    const Scratch scratch;
+    const auto path = scratch.file("");
+    auto holder = std::make_unique<FileIO>(path, 'r');
+    const FileIO other(path, 'a');
+    EXPECT_TRUE(holder->lock());
+    EXPECT_FALSE(other.lock(0.02));
+    std::thread release([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        holder.reset();
+    });
+    EXPECT_TRUE(other.lock(60));
+    release.join();
+}
+
+TEST(NewFile, HarmsNothingThatIsThere) {
+    namespace fs = std::filesystem;
+    const Scratch scratch;
+    const auto place = scratch.file("old", "place"), name = scratch / "name", other = scratch / "other";
+    for (const bool hard : {false, true}) {
+        hard ? fs::create_hard_link(place, name) : fs::create_symlink(place, name);
+        EXPECT_EQ(NewFile::at(name), nullptr);
+        fs::remove(name);
+    }
+    (void)scratch.file("left over", "name");
+    auto file = NewFile::at(name);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(fs::status(name).permissions(), fs::perms(0600));
+    EXPECT_TRUE(file->file().writeAll("new", 3) == 3 && !file->takeNew(place));
+    EXPECT_EQ(contentOf(place), "old");
+    fs::permissions(place, fs::perms(0604));
+    EXPECT_TRUE(file->take(place, true, std::make_unique<FileIO>(place, 'r').get()));
+    EXPECT_EQ(contentOf(place), "new");
+    EXPECT_EQ(fs::status(place).permissions(), fs::perms(0604));
+
+    file = NewFile::beside(other);
+    EXPECT_TRUE(file->takeNew(other) && FileIO::exist(other));
+    file = NewFile::beside(other);
+    EXPECT_EQ(scratch.count(), 3U);
+    fs::rename(place, file->path()); // somebody else's under its name
+    EXPECT_FALSE(file->take(other, false));
+    const std::wstring theirs = file->path();
+    file.reset();
+    EXPECT_EQ(contentOf(theirs), "new");
+    NewFile::beside(place).reset();
+    EXPECT_EQ(scratch.count(), 2U);
 }

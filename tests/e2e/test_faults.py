@@ -27,7 +27,7 @@ LEFT_BY_THE_DEAD = re.compile(r"\.tmp\.mp4$|\.part$")
 # A sanitizer makes each of these processes ten times as slow.
 SHARE = 15 if SANITIZED else 1
 # What is wrong today when a call fails; a word goes when its command is mended.
-PENDING = re.compile(r"^(set-time|put udta|full-range|put xmp|append-sound|dump|wmap|rmap)|from fchown|died of signal")
+PENDING = re.compile(r"^(set-time|put udta|full-range|put xmp|append-sound|dump|wmap)|died of signal")
 
 
 Fault = collections.namedtuple("Fault", "name injections tails files", defaults=(False, False))

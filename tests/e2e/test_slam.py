@@ -145,7 +145,7 @@ def test_the_first_matching_box_counts_in_either_size_form(recording, side):
 
 def test_works_with_no_one_to_listen(recording, side, tmp_path):
     before = recording.read_bytes()
-    for streams in ("<&-", ">&-", "<&- >&- 2>&-"):
+    for streams in ("<&-", ">&-", "<&- >&- 2>&-", ">/dev/full 2>&1"):
         recording.write_bytes(before)
         shell = f"{PELLMOR} -kind:wmap video.mp4 side.bin {streams} && {PELLMOR} -kind:rmap video.mp4 out.bin {streams}"
         assert run("sh", "-c", shell, cwd=tmp_path).returncode == 0

@@ -123,6 +123,8 @@ public:
     bool adoptPermissions(const FileIO& other) const;
     /// Whether `other` names the file that this handle has open, by whatever link or spelling.
     [[nodiscard]] bool isFileAt(const std::wstring& other) const;
+    /// Whether `other` is known to name something else; not if the system cannot tell.
+    [[nodiscard]] bool isNotFileAt(const std::wstring& other) const;
     /// Keeps other handles, of this process or another, from locking the file as long as this one is
     /// open. False when one of them has had it for `seconds`, or Watch would not wait that long; true
     /// as well where files cannot be locked.

@@ -25,7 +25,9 @@ mode_t bitsAfterGiving(int to, const struct stat& model) {
     if (::fchown(to, model.st_uid, model.st_gid) == 0) {
         return model.st_mode & permissionBits;
     }
-    const bool sameGroup = ::fchown(to, sameOwner, model.st_gid) == 0;
+    struct stat own {};
+    const bool sameGroup =
+        ::fchown(to, sameOwner, model.st_gid) == 0 || (::fstat(to, &own) == 0 && own.st_gid == model.st_gid);
     return model.st_mode & (sameGroup ? accessBits : accessBits & ~groupBits);
 }
 

@@ -265,12 +265,28 @@ bool FileIO::isLeftover(const std::wstring& path) {
            status.st_nlink == 1;
 }
 
-bool FileIO::isFileAt(const std::wstring& other) const {
+namespace {
+
+enum class Sameness { same, other, unknown };
+
+Sameness compared(int descriptor, const std::wstring& path) {
     struct stat here {};
     struct stat there {};
-    return isOpen() && ::fstat(descriptor, &here) == 0 &&
-           ::stat(wchar::toBytes(other).c_str(), &there) == 0 && here.st_dev == there.st_dev &&
-           here.st_ino == there.st_ino;
+    if (::fstat(descriptor, &here) != 0 || ::stat(wchar::toBytes(path).c_str(), &there) != 0) {
+        return Sameness::unknown;
+    }
+    const bool same = here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+    return same ? Sameness::same : Sameness::other;
+}
+
+} // namespace
+
+bool FileIO::isFileAt(const std::wstring& other) const {
+    return isOpen() && compared(descriptor, other) == Sameness::same;
+}
+
+bool FileIO::isNotFileAt(const std::wstring& other) const {
+    return isOpen() && compared(descriptor, other) == Sameness::other;
 }
 
 bool FileIO::rename(const std::wstring& from, const std::wstring& to) {

@@ -60,7 +60,7 @@ NewFile::NewFile(std::wstring path, Access access)
     : name(std::move(path)), handle(name, access == Access::owner ? 'x' : 'n') {}
 
 NewFile::~NewFile() {
-    if (temporary && handle.isFileAt(name)) {
+    if (temporary && handle.isOpen() && !handle.isNotFileAt(name)) {
         FileIO::unlink(name);
     }
 }
