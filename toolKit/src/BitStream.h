@@ -13,9 +13,13 @@ struct Bits {
 /// A byte buffer with a bit position, read or written most significant bit first.
 ///
 /// A stream is used in one direction: attached to bytes and read from the front, or written from
-/// empty and its bytes taken out. Errors are thrown as a `char const*`:
+/// empty and its bytes taken out. Errors are thrown as a `char const*`, a constant text, which no handler of
+/// a std::exception catches, only `catch (const char* text)`:
 /// - "no more data": a read needs more than is left. A byte-level read leaves the stream as it was.
 /// - "bits existed": a byte-level operation is called between two bits of a byte.
+///
+/// A stream owns its bytes: nothing that is given to it, or taken from it, is tied to it. Different streams
+/// may be used in different threads.
 class BitStream {
 public:
     BitStream() = default;
@@ -36,7 +40,8 @@ public:
     /// Replaces the content of `bytes` by the next `count` bytes.
     void read_bytes(unsigned long count, ByteArray& bytes);
 
-    /// Appends the low `count` bits, 0 to 32, of a value that has no higher ones.
+    /// Appends the low `count` bits, 0 to 32, of a value that has no higher ones. Throws nothing, so that a
+    /// text is thrown while writing only by what needs whole bytes: write8(), write16n(), write_bytes().
     void write_bits(unsigned int value, int count);
     void write8(unsigned char value);
     void write16n(unsigned short value); ///< big-endian

@@ -5,7 +5,7 @@
 /// A bit stream with the Exp-Golomb codes of ITU-T H.264 9.1: ue(v) and se(v).
 ///
 /// Codes of up to 31 bits are read, that is code numbers from 0 to 65534; reading a longer one throws
-/// "too log golomb sream".
+/// "too log golomb sream", as BitStream throws its own texts.
 class GolombBitStream : public BitStream {
 public:
     /// The code of `number`: number + 1, in twice its bits less one.

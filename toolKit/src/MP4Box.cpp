@@ -47,8 +47,10 @@ BOX::BOX(const BOX& header, BOX* parent_)
       largeSize(header.largeSize), parent(parent_) {}
 
 BOX::BOX(BinFile& file, int depth_, BOX* parent_) : depth(depth_), offset(file.position()), parent(parent_) {
-    boxSize = file.read32();
-    file.readBytes(&tag, sizeof tag);
+    std::array<uint8_t, compactHeader> header{};
+    file.readBytes(header.data(), header.size());
+    boxSize = loadBigEndian<uint32_t>(&header[0]);
+    std::memcpy(&tag, &header[sizeof(uint32_t)], sizeof tag);
     if (boxSize == 1) {
         largeSize = true;
         boxSize = file.read64();
@@ -177,7 +179,7 @@ void NestedBox::parseChildren(BinFile& file, uint64_t limit) {
         auto child = header.depth < maxDepth ? allocChild(header) : std::make_unique<BOX>(header, this);
         child->parseBox(file, limit);
         children.push_back(std::move(child));
-        if (header.end() >= last || !file.seek_set(header.end())) {
+        if (header.end() >= last || (file.position() != header.end() && !file.seek_set(header.end()))) {
             return;
         }
         enter(file, limit);

@@ -17,6 +17,9 @@
 /// file. Parsing never fails and never prints: a field that lies beyond its box, or beyond the
 /// limit of the parse, reads as 0. Objects are not updated when the file is edited; the file is
 /// parsed again instead.
+///
+/// Nothing is thrown but what the standard library throws when memory is short. A tree may be read by several
+/// threads at once; box objects have no state that they share.
 namespace MP4 {
 
 /// A box type as BOX::tag holds it: the four bytes of `text`, the first in the file first in memory.

@@ -24,12 +24,6 @@ void toHostOrder(uint8_t* words, uint64_t bytes) {
     }
 }
 
-/// Reads big-endian 32-bit numbers, `bytes` of them, up to the end of the box.
-void readNumbers(BinFile& file, uint8_t* numbers, uint64_t bytes) {
-    file.readBytes(numbers, bytes);
-    toHostOrder(numbers, bytes);
-}
-
 /// Reads a table of `count` entries, each a row of 32-bit numbers, and sets `count` to the number of entries
 /// that the table has, whether or not they are kept.
 template <class Entry>
@@ -45,19 +39,26 @@ void readEntries(BinFile& file, uint32_t& count, std::vector<Entry>& entries) {
     auto* const bytes = reinterpret_cast<uint8_t*>(entries.data());
     const uint64_t stored = std::min<uint64_t>(there, count * sizeof(Entry));
     for (uint64_t done = 0; done < stored; done += block) {
-        readNumbers(file, bytes + done, std::min(block, stored - done));
+        const uint64_t read = std::min(block, stored - done);
+        file.readBytes(bytes + done, read);
+        toHostOrder(bytes + done, read);
     }
 }
 
-/// The sum of the next `count` numbers, as far as they are there.
+/// The sum of the next `count` 32-bit numbers, as far as they are there.
 uint64_t readTotal(BinFile& file, uint32_t count) {
-    std::array<uint32_t, blockBytes / sizeof(uint32_t)> block;
+    constexpr uint64_t width = sizeof(uint32_t);
+    std::array<uint8_t, blockBytes + width> block;
     uint64_t total = 0;
-    for (uint64_t left = std::min<uint64_t>(count, file.available() / sizeof(uint32_t)); left != 0;) {
-        const uint64_t numbers = std::min<uint64_t>(left, block.size());
-        readNumbers(file, reinterpret_cast<uint8_t*>(block.data()), numbers * sizeof(uint32_t));
-        total = std::accumulate(block.begin(), block.begin() + numbers, total);
-        left -= numbers;
+    for (uint64_t left = std::min<uint64_t>(count, file.available() / width) * width; left != 0;) {
+        const uint64_t bytes = std::min(left, blockBytes);
+        file.readBytes(block.data(), bytes);
+        std::memset(&block[bytes], 0, width); // two are added at a time, in half the time; an odd one and 0
+        for (uint64_t at = 0; at < bytes; at += 2 * width) {
+            const auto two = loadBigEndian<uint64_t>(&block[at]);
+            total += (two >> 32) + (two & 0xFFFFFFFF);
+        }
+        left -= bytes;
     }
     return total;
 }

@@ -35,17 +35,20 @@ bool isWhole(const Container& container, const BOX& box) {
     return box.endWithin(container.root->boxSize) == box.end();
 }
 
-/// How many chunk-offset tables a track has: more than one in a damaged file only, where each of them would
-/// be rebuilt as long as the sound is.
-int chunkTables(const NestedBox& track) {
-    int tables = 0;
-    for (const char* const path : {"mdia.minf.stbl.stco", "mdia.minf.stbl.co64"}) {
-        track.find(path, [&tables](BOX&) {
-            ++tables;
+/// Whether a track tells each thing about its samples once at most. Only a damaged one does not, and each of
+/// its many boxes would be rebuilt as long as the sound needs.
+bool tellsOnce(const NestedBox& track) {
+    const auto count = [&track](const char* path) {
+        int boxes = 0;
+        track.find(path, [&boxes](BOX&) {
+            ++boxes;
             return true;
         });
-    }
-    return tables;
+        return boxes;
+    };
+    return count("mdia.mdhd") <= 1 && count("mdia.minf.stbl.stts") <= 1 &&
+           count("mdia.minf.stbl.stsc") <= 1 && count("mdia.minf.stbl.stsz") <= 1 &&
+           count("mdia.minf.stbl.stco") + count("mdia.minf.stbl.co64") <= 1;
 }
 
 } // namespace
@@ -149,9 +152,8 @@ bool SpatialSound::buildTrimmedZATR(const Container& container) {
     if (sampleSize == 0 || track == nullptr || !isWhole(container, *track)) {
         return false;
     }
-    if (chunkTables(*track) > 1) {
-        Console::err(L"MP4: %ls: the spatial track has more than one chunk-offset table.\n",
-                     container.path.c_str());
+    if (!tellsOnce(*track)) {
+        Console::err(L"MP4: %ls: the spatial track has a table more than once.\n", container.path.c_str());
         return false;
     }
     bool built = false;

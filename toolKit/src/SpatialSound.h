@@ -66,7 +66,7 @@ public:
     bool cover(double start, double end);
     /// Rebuilds `trimmedTrack` from the container's `ZATR` box: every box is copied, with a compact header,
     /// but for those that describe the samples (mdhd, stts, stsc, stsz, stco, co64), which are made anew.
-    /// False when it cannot be read, does not lie within its block, or tells its chunks more than once; and
+    /// False when it cannot be read, does not lie within its block, or has a table more than once; and
     /// before the size of a sample is known.
     bool buildTrimmedZATR(const Container& container);
     /// Writes `trimmedTrack` at the file's position; true as well when it is empty.
