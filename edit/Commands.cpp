@@ -36,6 +36,8 @@ const std::vector<Command>& commands() {
          getArguments, get},
         {"put", kinds, Form::patches, "Put in the content of a kind", "put map map.bin video.mp4",
          putArguments, put},
+        {"remove", kinds, Form::patches, "Take out the content of a kind", "remove map video.mp4",
+         removeArguments, remove},
 
         {"location", metadata, Form::rewrites, "Set the position", "location 35.6895,139.6917 video.mp4",
          locationArguments, location},
@@ -52,7 +54,7 @@ const std::vector<Command>& commands() {
 
         {"full-range", video, Form::patches,
          "Mark H.264 video as full range or not, and set constraint_set1_flag", "full-range on video.mp4",
-         rangeArgument, fullRange},
+         rangeArgument, fullRange, true},
 
         {"append-sound", sound, Form::patches,
          "Append the spatial sound of another recording, or a stretch of it",

@@ -37,6 +37,9 @@ struct Command {
     /// and Failure.
     Work (*prepare)(const Options&);
 
+    /// Whether the tree must hold the contents of boxes; without them memory does not grow with the payloads.
+    bool needsContents = false;
+
     [[nodiscard]] bool extracts() const { return form == Form::extracts; }
     [[nodiscard]] bool edits() const { return form == Form::patches || form == Form::rewrites; }
 };
@@ -64,11 +67,14 @@ void getArguments(CLI::App& app, Options& options);
 void putArguments(CLI::App& app, Options& options);
 Work get(const Options& options);
 Work put(const Options& options);
+void removeArguments(CLI::App& app, Options& options);
+Work remove(const Options& options);
 
 // Metadata.
 void locationArguments(CLI::App& app, Options& options);
 void sourceArgument(CLI::App& app, Options& options);
 Work location(const Options& options);
+Work removeLocation(const Options& options);
 Work removeBadLocation(const Options& options);
 Work gpsMeta(const Options& options);
 

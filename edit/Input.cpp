@@ -111,6 +111,9 @@ std::string contentOf(const std::string& path) {
     errno = 0;
     std::FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "rbe");
     if (file != nullptr) {
+        std::error_code unknown;
+        const uintmax_t size = std::filesystem::file_size(path, unknown);
+        content.reserve(unknown ? 0 : size + block);
         for (size_t got = block; got == block;) {
             const size_t length = content.size();
             content.resize(length + block);

@@ -5,11 +5,15 @@
 
 #include <CLI/CLI.hpp>
 
+#include "AroundData.h"
 #include "ByteOrder.h"
 #include "Commands.h"
 #include "Input.h"
+#include "Kinds.h"
+#include "MapData.h"
 #include "Output.h"
 #include "Tree.h"
+#include "WalkData.h"
 
 namespace edit {
 
@@ -17,52 +21,17 @@ namespace {
 
 using MP4::Container;
 
-/// A kind of content and the box that carries it.
-struct Kind {
-    const char* name;
-    const char* path;         ///< where such boxes lie
-    MP4::Usertype identity{}; ///< of a `uuid` box; zeros for another one, whose content is the whole box
-    bool xml = false;
-
-    [[nodiscard]] bool isWholeBox() const { return identity == MP4::Usertype{}; }
-};
-
-constexpr const char* userData = "moov.udta";
-constexpr std::array<Kind, 7> kinds{{
-    {"map",
-     "uuid",
-     {0x8B, 0x18, 0xD5, 0xC3, 0x0E, 0x7A, 0x25, 0xC7, 0xB3, 0xAD, 0x25, 0x23, 0x58, 0xB4, 0x01, 0xEE}},
-    {"walk",
-     "uuid",
-     {0x2D, 0xDF, 0x0C, 0x53, 0xD6, 0xD1, 0x4C, 0xB4, 0x9C, 0x2B, 0x16, 0x9D, 0x03, 0x7B, 0x76, 0x81}},
-    {"around",
-     "uuid",
-     {0x36, 0x45, 0xB4, 0xBF, 0x9D, 0x5C, 0x43, 0xD5, 0x83, 0xD3, 0x95, 0xA8, 0xB8, 0x81, 0x83, 0x83}},
-    {"xmp", "uuid", MP4::XMP::_UUID, true},
-    {"axis", "uuid", MP4::AXIS::_UUID},
-    {"spherical", "moov.trak.uuid", MP4::SphericalXML::_UUID, true},
-    {"udta", userData},
-}};
-
-const Kind& kindNamed(const std::string& name) {
-    return *std::find_if(kinds.begin(), kinds.end(), [&](const Kind& kind) { return kind.name == name; });
-}
-
-/// The box of that kind; null if there is none. One that is cut off is not there.
-MP4::BOX* boxOf(const Container& container, const Kind& kind) {
-    MP4::BOX* found = nullptr;
-    container.find(kind.path, [&](MP4::BOX& box) {
-        const bool right = kind.isWholeBox() || static_cast<const MP4::UUID&>(box).is(kind.identity);
-        if (right && box.endWithin(container.root->boxSize) == box.end()) {
-            found = found == nullptr ? &box : found;
-        }
-        return found == nullptr;
-    });
-    return found;
-}
-
-std::string contentIn(const Container& container, const Kind& kind, const MP4::BOX& box) {
-    return kind.isWholeBox() ? bytesOf(container, box) : bodyOf(container, box);
+const std::array<Kind, 7>& kinds() {
+    static const std::array<Kind, 7> table{{
+        {"map", "uuid", MapData().uuid},
+        {"walk", "uuid", WalkData().uuid},
+        {"around", "uuid", AroundData().uuid},
+        {"xmp", "uuid", MP4::XMP::_UUID, true},
+        {"axis", "uuid", MP4::AXIS::_UUID},
+        {"spherical", "moov.trak.uuid", MP4::SphericalXML::_UUID, true},
+        {"udta", "moov.udta"},
+    }};
+    return table;
 }
 
 void demandUserData(const std::string& content, const std::string& path) {
@@ -79,34 +48,70 @@ ByteArray bytes(const std::string& content) {
     return array;
 }
 
-bool append(Container& container, const Kind& kind, const std::string& content) {
-    const auto prefix =
-        MP4::UUID::prefix(static_cast<uint32_t>(MP4::UUID::prefixSize + content.size()), kind.identity);
-    ByteArray header;
-    header.assign(prefix.data(), MP4::BOX::compactHeader);
-    return container.append(header, [&](Brisa::FileIO& file) {
-        return file.writeAll(kind.identity.data(), kind.identity.size()) == kind.identity.size() &&
-               file.writeAll(content.data(), content.size()) == content.size();
+std::vector<std::string> kindNames() {
+    std::vector<std::string> names;
+    for (const Kind& kind : kinds()) {
+        names.emplace_back(kind.name);
+    }
+    return names;
+}
+
+void kindArgument(CLI::App& app, Options& options) {
+    app.add_option("KIND", options.value)->required()->check(CLI::IsMember(kindNames()));
+}
+
+} // namespace
+
+bool Kind::isTopLevel() const {
+    return std::string_view(path).find('.') == std::string_view::npos;
+}
+
+const Kind& kindNamed(const std::string& name) {
+    return *std::find_if(kinds().begin(), kinds().end(), [&](const Kind& kind) { return kind.name == name; });
+}
+
+MP4::BOX* boxOf(const Container& container, const Kind& kind) {
+    MP4::BOX* found = nullptr;
+    container.find(kind.path, [&](MP4::BOX& box) {
+        const bool right = kind.isWholeBox() || static_cast<const MP4::UUID&>(box).is(kind.identity);
+        if (found == nullptr && right && box.endWithin(container.root->boxSize) == box.end()) {
+            found = &box;
+        }
+        return found == nullptr;
     });
+    return found;
+}
+
+std::string contentIn(const Container& container, const Kind& kind, const MP4::BOX& box) {
+    return kind.isWholeBox() ? bytesOf(container, box) : bodyOf(container, box);
+}
+
+bool holds(const Container& container, const Kind& kind, const MP4::BOX& box, const std::string& content) {
+    const uint64_t prefix = kind.isWholeBox() ? 0 : box.headerSize() + kind.identity.size();
+    return box.boxSize == prefix + content.size() && contentIn(container, kind, box) == content;
 }
 
 bool putInto(Container& container, const Kind& kind, const std::string& content) {
     if (kind.isWholeBox()) {
         return container.replaceUdta(0, bytes(content));
     }
-    return kind.identity == MP4::SphericalXML::_UUID ? container.appendSphericalVideoXML(content)
-                                                     : append(container, kind, content);
-}
-
-void kindArgument(CLI::App& app, Options& options) {
-    std::vector<std::string> names;
-    for (const Kind& kind : kinds) {
-        names.emplace_back(kind.name);
+    if (!kind.isTopLevel()) {
+        return container.appendSphericalVideoXML(content);
     }
-    app.add_option("KIND", options.value)->required()->check(CLI::IsMember(names));
+    const auto size = static_cast<uint32_t>(MP4::UUID::prefixSize + content.size());
+    const auto prefix = MP4::UUID::prefix(size, kind.identity);
+    // The identity is content to whoever commits the box: only its type tells that it is one.
+    ByteArray header;
+    header.assign(prefix.data(), MP4::BOX::compactHeader);
+    const auto write = [&](Brisa::FileIO& file) {
+        const uint64_t identity = prefix.size() - header.size();
+        return file.writeAll(prefix.data() + header.size(), identity) == identity &&
+               file.writeAll(content.data(), content.size()) == content.size();
+    };
+    MP4::BOX* const existing = boxOf(container, kind);
+    return existing != nullptr ? container.replaceBox(*existing, header, write)
+                               : container.append(header, write);
 }
-
-} // namespace
 
 void getArguments(CLI::App& app, Options& options) {
     kindArgument(app, options);
@@ -139,7 +144,7 @@ void putArguments(CLI::App& app, Options& options) {
 
 Work put(const Options& options) {
     const Kind& kind = kindNamed(options.value);
-    const std::string content = contentOf(options.input);
+    std::string content = contentOf(options.input);
     if (content.empty() || content.size() > UINT32_MAX - MP4::UUID::prefixSize) {
         throw WrongArguments(options.input + ": " +
                              (content.empty() ? "empty" : "too long for a box with a 32-bit size"));
@@ -150,10 +155,10 @@ Work put(const Options& options) {
     if (kind.isWholeBox()) {
         demandUserData(content, options.input);
     }
-    return [&kind, content](Session& session) {
+    return [&kind, content = std::move(content)](Session& session) {
         const MP4::BOX* const existing = boxOf(session.container, kind);
         const std::string name = kind.name;
-        if (existing != nullptr && contentIn(session.container, kind, *existing) == content) {
+        if (existing != nullptr && holds(session.container, kind, *existing, content)) {
             return session.nothingToDo("this " + name + " is there");
         }
         if (existing != nullptr && !session.options.replace) {
@@ -162,6 +167,30 @@ Work put(const Options& options) {
         return putInto(session.container, kind, content)
                    ? session.done(name + " put in (" + grouped(content.size()) + " bytes)")
                    : session.failed("the " + name + " could not be put in");
+    };
+}
+
+void removeArguments(CLI::App& app, Options& options) {
+    std::vector<std::string> names = kindNames();
+    names.insert(names.end(), {"location", "sound"});
+    app.add_option("KIND", options.value)->required()->check(CLI::IsMember(names));
+}
+
+Work remove(const Options& options) {
+    if (options.value == "location") {
+        return removeLocation(options);
+    }
+    static const Kind sound{"sound", "uuid", MP4::SpatialData::_UUID};
+    return [&kind = options.value == sound.name ? sound : kindNamed(options.value)](Session& session) {
+        MP4::BOX* const box = boxOf(session.container, kind);
+        const std::string name = kind.name;
+        if (box == nullptr) {
+            return session.notThere("has no " + name);
+        }
+        const uint64_t size = box->boxSize;
+        return session.container.removeBox(*box)
+                   ? session.done(name + " removed (" + grouped(size) + " bytes)")
+                   : session.failed("the " + name + " could not be removed");
     };
 }
 

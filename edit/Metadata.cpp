@@ -1,11 +1,14 @@
 // Where a recording was made.
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
 #include "Input.h"
+#include "Kinds.h"
 
 namespace edit {
 
@@ -13,10 +16,10 @@ void locationArguments(CLI::App& app, Options& options) {
     app.add_option("POSITION", options.value, "35.6895,139.6917[,ALTITUDE] or ISO 6709, +35.6895+139.6917/")
         ->required();
     app.add_option("--spherical", options.spherical, "file with spherical-video XML to be put in as well");
-    CLI::Option* const xmp =
-        app.add_flag("--xmp", options.xmp, "append an XMP packet with the position as well");
-    app.add_option("--compass", options.compass, "the packet tells this direction, in degrees")->needs(xmp);
-    app.add_option("--tool", options.tool, "and this creator tool")->needs(xmp);
+    app.add_flag("--xmp", options.xmp, "append an XMP packet with the position as well");
+    app.add_option("--compass", options.compass, "the packet tells this direction, in degrees");
+    app.add_option("--tool", options.tool, "and this creator tool");
+    app.add_flag("--replace", options.replace, "replace another location, packet or XML that is there");
 }
 
 namespace {
@@ -32,24 +35,158 @@ void demandPlainName(const std::string& tool) {
     }
 }
 
+constexpr std::array<const char*, 3> locationPaths{"moov.udta.@xyz", "moov.udta.loci", "moov.udta.\xA9xyz"};
+
+bool isNear(const GPSInfo::BaseX& one, const GPSInfo::BaseX& other, double tolerance) {
+    return one.valid == other.valid && std::abs(one.value - other.value) <= tolerance;
+}
+
+/// Whether a text tells the position, as closely as one with four digits can.
+bool tells(const std::string& text, const GPSInfo& wanted) {
+    constexpr double fourDigits = 0.0001;
+    GPSInfo told;
+    told.attachRXYZ(text.c_str());
+    return text == wanted.to_CXYZ_string() || (isNear(told.latitude, wanted.latitude, fourDigits) &&
+                                               isNear(told.longitude, wanted.longitude, fourDigits));
+}
+
+/// Whether the box tells the position, as closely as its form allows.
+bool tells(const MP4::Container& container, const MP4::BOX& box, const GPSInfo& wanted) {
+    if (const auto* const loci = MP4::as<MP4::LOCI>(box)) {
+        const auto same = [](double told, const GPSInfo::BaseX& number) {
+            return GPSInfo::BaseX{true, told}.toUINT32Fixnum() == number.toUINT32Fixnum();
+        };
+        return loci->hasPosition && same(loci->latitude, wanted.latitude) &&
+               same(loci->longitude, wanted.longitude) && same(loci->altitude, wanted.altitude);
+    }
+    if (const auto* const text = MP4::as<MP4::XYZ>(box)) {
+        return tells(text->text, wanted);
+    }
+    return bodyOf(container, box) == wanted.rxyz;
+}
+
+/// The location boxes of a movie, against a position.
+struct Locations {
+    unsigned same = 0;
+    unsigned other = 0;
+
+    Locations(const MP4::Container& container, const GPSInfo& wanted) {
+        for (const char* path : locationPaths) {
+            const MP4::BOX* const box = container.root->first(path);
+            same += box != nullptr && tells(container, *box, wanted) ? 1 : 0;
+            other += box != nullptr && !tells(container, *box, wanted) ? 1 : 0;
+        }
+    }
+    [[nodiscard]] bool complete() const { return same == locationPaths.size(); }
+};
+
+/// What `location` puts into a file.
+struct Place {
+    GPSInfo position;
+    std::string spherical; ///< XML; empty: none
+    std::string packet;    ///< the same
+};
+
+/// Whether the file has another content of that kind than the wanted one; then that is told.
+bool isRefused(Session& session, const char* kindName, const std::string& wanted) {
+    const Kind& kind = kindNamed(kindName);
+    const MP4::BOX* const box = wanted.empty() ? nullptr : boxOf(session.container, kind);
+    const bool other = box != nullptr && !holds(session.container, kind, *box, wanted);
+    if (other && !session.options.replace) {
+        session.refused(std::string("another ") + kindName +
+                        " is there; --replace puts this one in its place");
+        return true;
+    }
+    return false;
+}
+
+bool has(const MP4::Container& container, const char* kindName, const std::string& wanted) {
+    const Kind& kind = kindNamed(kindName);
+    const MP4::BOX* const box = wanted.empty() ? nullptr : boxOf(container, kind);
+    return wanted.empty() || (box != nullptr && holds(container, kind, *box, wanted));
+}
+
+bool setLocation(MP4::Container& container, const Place& place) {
+    const Locations there(container, place.position);
+    const bool spherical = has(container, "spherical", place.spherical);
+    if (there.other == 0 && !there.complete() && !spherical) {
+        return container.appendLocationAndSphericalVideoXML(place.position, place.spherical);
+    }
+    return (spherical || container.appendSphericalVideoXML(place.spherical)) &&
+           (there.complete() || (there.other > 0 ? container.replaceLocations(place.position)
+                                                 : container.appendLocations(place.position)));
+}
+
+/// The packet goes first: that is what can be taken back if the rest fails.
+bool setPlace(MP4::Container& container, const Place& place) {
+    const Kind& xmp = kindNamed("xmp");
+    if (has(container, "xmp", place.packet)) {
+        return setLocation(container, place);
+    }
+    const MP4::BOX* const old = boxOf(container, xmp);
+    const std::string before = old != nullptr ? contentIn(container, xmp, *old) : "";
+    if (!putInto(container, xmp, place.packet)) {
+        return false;
+    }
+    if (setLocation(container, place)) {
+        return true;
+    }
+    MP4::BOX* const added = boxOf(container, xmp);
+    const bool undone =
+        before.empty() ? added != nullptr && container.removeBox(*added) : putInto(container, xmp, before);
+    if (!undone) {
+        throw Failure("the XMP packet was put in, but the location could not be set: " + Messages::reason());
+    }
+    return false;
+}
+
 } // namespace
 
 Work location(const Options& options) {
     demandPlainName(options.tool);
-    const GPSInfo position = positionOf(options.value, options.compass);
-    std::string xml;
-    if (!options.spherical.empty()) {
-        xml = contentOf(options.spherical);
-        demandXml(xml, options.spherical);
+    if ((options.compass || options.tool != Options().tool) && !options.xmp) {
+        throw WrongArguments("--compass and --tool belong to the packet of --xmp");
     }
-    const std::string packet = options.xmp ? position.to_XMP_string(options.tool.c_str(), false, "") : "";
-    return [position, xml, packet](Session& session) {
+    Place place{positionOf(options.value, options.compass), "", ""};
+    if (!options.spherical.empty()) {
+        place.spherical = contentOf(options.spherical);
+        demandXml(place.spherical, options.spherical);
+    }
+    if (options.xmp) {
+        place.packet = place.position.to_XMP_string(options.tool.c_str(), false, "");
+    }
+    return [place](Session& session) {
         MP4::Container& container = session.container;
-        const bool done = (xml.empty() ? container.appendLocations(position)
-                                       : container.appendLocationAndSphericalVideoXML(position, xml)) &&
-                          (packet.empty() || container.appendXMP(packet));
-        return done ? session.done("location " + position.rxyz)
-                    : session.failed("the location could not be set");
+        if (container.moov == nullptr) {
+            return session.failedFor("has no movie (moov) that could have a location");
+        }
+        if (isRefused(session, "xmp", place.packet) || isRefused(session, "spherical", place.spherical)) {
+            return session.status();
+        }
+        const Locations there(container, place.position);
+        if (there.other > 0 && !session.options.replace) {
+            return session.refused("another location is there; --replace puts this one in its place");
+        }
+        if (there.complete() && has(container, "xmp", place.packet) &&
+            has(container, "spherical", place.spherical)) {
+            return session.nothingToDo("this location is there");
+        }
+        return setPlace(container, place) ? session.done("location " + place.position.rxyz)
+                                          : session.failed("the location could not be set");
+    };
+}
+
+Work removeLocation(const Options&) {
+    return [](Session& session) {
+        const MP4::Container& container = session.container;
+        const bool there = std::any_of(locationPaths.begin(), locationPaths.end(), [&](const char* path) {
+            return container.root->first(path) != nullptr;
+        });
+        if (!there) {
+            return session.notThere("has no location");
+        }
+        return session.container.removeLocations() ? session.done("location removed")
+                                                   : session.failed("the location could not be removed");
     };
 }
 

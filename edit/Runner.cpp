@@ -11,6 +11,7 @@
 #include "Input.h"
 #include "Messages.h"
 #include "Output.h"
+#include "Progress.h"
 
 namespace edit {
 
@@ -66,6 +67,16 @@ private:
     std::filesystem::file_time_type changed;
 };
 
+uint64_t sizeOf(const std::vector<std::string>& files) {
+    uint64_t bytes = 0;
+    for (const std::string& file : files) {
+        std::error_code unknown;
+        const uintmax_t size = std::filesystem::file_size(file, unknown);
+        bytes += unknown ? 0 : size;
+    }
+    return bytes;
+}
+
 } // namespace
 
 Runner::Runner(const Command& command_, const Options& options_) : command(command_), options(options_) {}
@@ -89,8 +100,18 @@ int Runner::run() {
         tell("pellmor-edit", error.what());
         return static_cast<int>(Status::failed);
     }
+    Progress progress(sizeOf(options.files), options.quiet);
+    const Brisa::Watch watch([&](uint64_t bytes) {
+        progress.passed(bytes);
+        return true;
+    });
     for (const std::string& file : options.files) {
-        worst = worse(worst, runOn(file));
+        progress.begin(file, sizeOf({file}));
+        Session session(options, file);
+        runOn(session);
+        progress.clear();
+        tell(session);
+        worst = worse(worst, session.status());
     }
     if (!command.edits() && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
         tell("pellmor-edit", "standard output could not be written: " + systemReason(errno));
@@ -99,9 +120,8 @@ int Runner::run() {
     return static_cast<int>(worst);
 }
 
-Status Runner::runOn(const std::string& file) {
-    Session session(options, file);
-    Messages::begin(file);
+void Runner::runOn(Session& session) {
+    Messages::begin(session.name);
     try {
         work(session);
     } catch (const Failure& failure) {
@@ -109,8 +129,6 @@ Status Runner::runOn(const std::string& file) {
     } catch (const std::exception& error) {
         session.failedFor(error.what());
     }
-    tell(session);
-    return session.status();
 }
 
 void Runner::work(Session& session) {
@@ -131,8 +149,11 @@ void Runner::work(Session& session) {
 
 void Runner::edit(Session& session, const std::wstring& path) {
     MP4::Container& container = session.container;
-    container.keepContents = command.form == Form::patches;
-    if (!container.attach(path)) {
+    container.keepContents = command.needsContents;
+    container.keepUserData = true;
+    container.newMovieBox = !options.rewrite && container.outputPath == nullptr;
+    container.dryRun = options.dryRun;
+    if (!container.claim(path)) {
         session.failed("could not be opened");
     } else if (container.incomplete()) {
         session.failed("could not be read whole");
@@ -170,8 +191,10 @@ void Runner::editTo(const std::string& output, Session& session) {
         }
     }
     Draft draft(output, options.force, NewFile::Access::owner);
-    bool copied = command.form == Form::rewrites || draft.copyOf(session.path);
-    if (copied && command.form == Form::rewrites) {
+    // An XMP packet is appended to a file as it stands.
+    const bool rewrites = command.form == Form::rewrites && !options.xmp;
+    bool copied = rewrites || draft.copyOf(session.path);
+    if (copied && rewrites) {
         session.container.outputPath = draft.path().c_str();
         edit(session, session.path);
         const bool written = session.container.outputPath == nullptr;
@@ -188,7 +211,8 @@ void Runner::editTo(const std::string& output, Session& session) {
 
 void Runner::tell(const Session& session) const {
     if (!session.text().empty() && (session.status() != Status::done || !options.quiet)) {
-        tell(session.name, session.text());
+        const bool planned = options.dryRun && session.changed();
+        tell(session.name, planned ? "would be changed; this was a dry run" : session.text());
     }
 }
 

@@ -15,7 +15,7 @@ public:
     int run();
 
 private:
-    Status runOn(const std::string& file);
+    void runOn(Session& session);
     void work(Session& session);
     void edit(Session& session, const std::wstring& path);
     void editInPlace(Session& session);

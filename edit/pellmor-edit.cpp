@@ -42,6 +42,8 @@ void addCommand(CLI::App& app, const Command& command, Options& options) {
     if (command.edits()) {
         own.add_option("-o,--output", options.output, "leave FILE as it is and write the result here");
         own.add_flag("--force", options.force, "replace OUTPUT if it is there");
+        own.add_flag("--rewrite", options.rewrite, "write the file anew rather than a new moov behind it");
+        own.add_flag("-n,--dry-run", options.dryRun, "show what would be done, and do nothing");
         own.add_flag("--backup", options.backup, "keep the old file as FILE~");
         own.add_flag("-P,--preserve-time", options.keepTime, "keep the time of last change");
     }

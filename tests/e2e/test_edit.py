@@ -1,0 +1,94 @@
+"""What pellmor-edit puts in, gets, removes, refuses and says, on real recordings."""
+
+import os
+import shutil
+
+import pytest
+
+from conftest import BIN, box, edit, packets, probe, run, sha
+
+EDIT = BIN / "pellmor-edit"
+BEHIND = ["map", "walk", "xmp", "around", "axis"]
+
+
+def contents(version):
+    xml = b"<a>%d</a>" % version
+    special = {"xmp": xml, "spherical": xml, "udta": box(b"udta", box(b"name", xml))}
+    return {kind: special.get(kind, os.urandom(900 + version)) for kind in [*BEHIND, "spherical", "udta"]}
+
+
+def got(video):
+    return {kind: run(EDIT, "get", kind, video).stdout for kind in contents(0)}
+
+
+def test_every_kind_is_put_replaced_and_removed_wherever_it_stands(recording, tmp_path):
+    before, held, side = packets(recording), contents(1), tmp_path / "side"
+    for kind, content in held.items():
+        side.write_bytes(content)
+        edit("put", kind, side, recording, "--replace")
+    assert got(recording) == held
+    for kind, content in contents(2).items():
+        side.write_bytes(content)
+        digest = sha(recording)
+        assert run(EDIT, "put", kind, side, recording).returncode == 3 and sha(recording) == digest
+        edit("put", kind, "-", recording, "--replace", input=content)
+        held[kind] = content
+        assert got(recording) == held, kind
+        digest = sha(recording)
+        edit("put", kind, side, recording)
+        assert sha(recording) == digest, kind
+    assert packets(recording) == before
+    assert run("exiftool", "-validate", "-q", recording).returncode == 0
+    for kind in ("walk", "map", "axis", "spherical", "xmp", "udta", "around"):
+        edit("remove", kind, recording)
+        held[kind] = b""
+        assert got(recording) == held, kind
+        assert run(EDIT, "remove", kind, recording).returncode == run(EDIT, "get", kind, recording).returncode == 4
+    assert packets(recording) == before
+
+
+# A line that begins with "!" changes the recording.
+@pytest.mark.parametrize(
+    "line, status, told",
+    [
+        ("moofirst @v", 2, "did you mean moov-first?"),
+        ("set-time 1700000000 @v", 2, "of which epoch?"),
+        ("set-time 2026-02-30 @v", 2, "time '2026-02-30'"),
+        ("location 91,0 @v", 2, "not on the globe"),
+        ("location 35.6895 @v", 2, "not like"),
+        ("location 1,2 @v --xmp --compass 361", 2, "compass"),
+        ("put xmp @text @v", 2, "no well-formed XML"),
+        ("put udta @text @v", 2, "not one whole box of type udta"),
+        ("put map @missing @v", 1, "missing: could not be read: No such file or directory"),
+        ("moov-first @text", 1, "text: is no MP4 file"),
+        ("!moov-first @missing @v", 1, "missing: could not be opened: No such file or directory"),
+        ("moov-first @v -o @text", 3, "text is there already"),
+        ("moov-first @v --backup", 3, "v~ is there already"),
+        ("remove sound @v", 4, "v: has no sound"),
+        ("location 1,2 @v -n", 0, "dry run"),
+        ("!location -33.8,151.2,-5 @v", 0, "v: location -33.8+151.2-5/"),
+        ("--version", 0, ""),
+    ],
+)
+def test_each_outcome_has_its_status_and_its_words(recordings, tmp_path, line, status, told):
+    video = shutil.copy(recordings.moov_last(), tmp_path / "v")
+    (tmp_path / "text").write_text("text")
+    (tmp_path / "v~").write_text("old")
+    before = sha(video)
+    result = run(EDIT, *line.lstrip("!").replace("@", f"{tmp_path}/").split())
+    assert result.returncode == status and told in result.stderr.decode(), result.stderr
+    assert (sha(video) != before) == line.startswith("!")
+    assert {path.name for path in tmp_path.iterdir()} == {"v", "v~", "text"}
+
+
+def test_an_edit_keeps_what_it_is_told_to_keep(recordings, tmp_path):
+    video = shutil.copy(recordings.moov_last(), tmp_path / "v")
+    os.utime(video, (1, 1_700_000_000))
+    before = sha(video)
+    edit("location", "35.6895, 139.6917, 12.5", video, "--backup", "-P")
+    assert sha(tmp_path / "v~") == before and os.stat(video).st_mtime == 1_700_000_000
+    report = probe(video)
+    edit("location", "+35.6895+139.6917+12.5/", video)
+    assert run("sh", "-c", f"{EDIT} location 1,2 {video} --replace >&- 2>&-").returncode == 0
+    assert run("sh", "-c", f"{EDIT} get udta {video} >/dev/full").returncode == 1
+    assert probe(video) != report and probe(video)["format"]["tags"]["location"] == "+1.0000+02.0000/"
