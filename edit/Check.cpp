@@ -325,14 +325,6 @@ bool isWholeMovie(const BOX& box, uint64_t length) {
            moov->first("trak") != nullptr;
 }
 
-/// The tree of a file that is open for update.
-void parse(MP4::Container& container, FileIO& file) {
-    MP4::BinFile view(file);
-    view.allowance.keepContents = false;
-    view.seek_set(0);
-    container.parse(view, ~0ULL);
-}
-
 /// Writes the type of the box at `offset`.
 bool retype(FileIO& file, uint64_t offset, const char (&type)[5]) {
     return file.seek_set(offset + sizeof(uint32_t)) && file.writeAll(type, 4) == 4;
@@ -454,12 +446,8 @@ std::vector<Finding> findingsIn(const MP4::Container& container, bool& readable)
 Repair takeLeftoversAway(MP4::Container& container, bool dryRun) {
     Repair result;
     container.open_a([&](FileIO& file) {
-        if (!file.lock()) {
-            result.left.emplace_back("everything: somebody else is editing the file");
-            return;
-        }
-        parse(container, file);
-        result.done = !container.incomplete() && takeProvenAway(container, file, result, dryRun);
+        result.done = !container.incomplete() && container.root->boxSize == file.length() &&
+                      takeProvenAway(container, file, result, dryRun);
     });
     return result;
 }

@@ -41,7 +41,7 @@ struct Repair {
 /// Takes away what can be proven to be a leftover of an interrupted edit, each in one step that a kill cannot
 /// tear: at the end of the file a `free` box that is cut off or that is a Leftover, and a `moov` behind the
 /// first whole one, which is the one that counts. Nothing is taken that a chunk offset points to. A dry run
-/// tells what would be taken. The container's tree is made anew.
+/// tells what would be taken. The container has claimed the file.
 Repair takeLeftoversAway(MP4::Container& container, bool dryRun);
 
 } // namespace edit

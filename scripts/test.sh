@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # From a machine with nothing but Debian to every test run: formatting, an installed library used by
-# other programs, both compilers, all tests plain and under sanitizers, the comments of the headers, clang-tidy.
+# other programs, both compilers, all tests plain and under sanitizers, the comments of the headers.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
-need chromium clang clang-format clang-tidy cmake doxygen ffmpeg g++ jq libclang-rt-dev libcli11-dev libgtest-dev \
-  libimage-exiftool-perl libpugixml-dev lintian mmdebstrap ninja-build nlohmann-json3-dev pkg-config pybind11-dev \
+need chromium clang clang-format cmake doxygen ffmpeg g++ jq libclang-rt-dev libcli11-dev libgtest-dev \
+  libimage-exiftool-perl libpugixml-dev ninja-build nlohmann-json3-dev pkg-config pybind11-dev \
   python3-dev python3-numpy python3-pytest sox strace
 
 step() { printf '\n== %s\n' "$*"; }
@@ -32,10 +32,6 @@ for shared in OFF ON; do
   tests/consumer/run.sh "$installed/$shared"
 done
 
-step "Debian packages, and all of them in a bare root"
-packaging/deb.sh build/packages
-tests/package/run.sh build/packages
-
 step "g++: build and tests"
 cmake --preset dev --log-level=WARNING
 cmake --build build/dev
@@ -48,6 +44,3 @@ step "clang++: build and tests under AddressSanitizer and UndefinedBehaviorSanit
 cmake --preset asan --log-level=WARNING
 cmake --build build/asan
 ctest --preset asan --progress
-
-step "clang-tidy"
-git ls-files 'toolKit/*.cpp' 'tool/*.cpp' 'edit/*.cpp' | xargs -n1 -P"$(nproc)" clang-tidy -p build/asan --quiet 2>/dev/null

@@ -98,6 +98,19 @@ bool Claim::isUntouched() const {
     return file().identity() == container.parsed && file().isFileAt(container.path);
 }
 
+namespace {
+
+/// After a commit: only another file at the path makes it fail, not that nobody can look.
+bool isStillAt(const FileIO& file, const std::wstring& path) {
+    try {
+        return file.isFileAt(path) || refuse(path, L"another file took its place while it was edited");
+    } catch (const std::exception&) {
+        return true;
+    }
+}
+
+} // namespace
+
 bool Claim::update(const std::function<bool(FileIO&)>& work) {
     FileIO writing(container.path, 'a');
     if (!writing.isOpen()) {
@@ -108,8 +121,7 @@ bool Claim::update(const std::function<bool(FileIO&)>& work) {
     }
     const bool done = work(writing);
     container.parsed = writing.identity();
-    return done && (writing.isFileAt(container.path) ||
-                    refuse(container.path, L"another file took its place while it was edited"));
+    return done && isStillAt(writing, container.path);
 }
 
 Attempt::Attempt(FileIO& file_) : file(file_), length(file_.length()) {}
@@ -119,11 +131,13 @@ Attempt::~Attempt() {
         return;
     }
     const Brisa::Watch nobody({}); // an interrupted edit is taken back as well
-    bool back = file.length() <= length || file.truncate(length);
+    bool back = true;
     for (auto old = overwritten.rbegin(); old != overwritten.rend(); ++old) {
         back = file.seek_set(old->offset) &&
                file.writeAll(old->bytes.data(), old->bytes.size()) == old->bytes.size() && back;
     }
+    // At last: some of it may lie behind the old end.
+    back = (file.length() <= length || file.truncate(length)) && back;
     if (!back) {
         Console::err(L"MP4: what was written could not be taken back.\n");
     }
