@@ -141,6 +141,19 @@ std::string bytesOf(const MP4::Container& container, const MP4::BOX& box) {
     return stretchOf(container, box.offset, box.end());
 }
 
+bool matches(const MP4::Container& container, uint64_t offset, std::string_view bytes) {
+    constexpr size_t block = 65536;
+    bool same = false;
+    container.open([&](FileIO& file) {
+        std::string piece;
+        for (same = file.seek_set(offset); same && !bytes.empty(); bytes.remove_prefix(piece.size())) {
+            piece.resize(std::min(block, bytes.size()));
+            same = file.readAll(piece.data(), piece.size()) == piece.size() && bytes.starts_with(piece);
+        }
+    });
+    return same;
+}
+
 bool withBoxOf(const std::string& path, const char* boxPath,
                const std::function<bool(FileIO&, const MP4::BOX&)>& work) {
     MP4::Container other;

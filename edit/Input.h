@@ -28,6 +28,9 @@ std::string bodyOf(const MP4::Container& container, const MP4::BOX& box);
 /// The whole box, header included.
 std::string bytesOf(const MP4::Container& container, const MP4::BOX& box);
 
+/// Whether a stretch of a container's file, from `offset` on, holds these bytes; it is read in blocks.
+bool matches(const MP4::Container& container, uint64_t offset, std::string_view bytes);
+
 /// Runs the work on the first box at `boxPath` of another recording. Throws Failure if that has none that is
 /// whole.
 bool withBoxOf(const std::string& path, const char* boxPath,

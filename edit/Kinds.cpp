@@ -88,7 +88,7 @@ std::string contentIn(const Container& container, const Kind& kind, const MP4::B
 
 bool holds(const Container& container, const Kind& kind, const MP4::BOX& box, const std::string& content) {
     const uint64_t prefix = kind.isWholeBox() ? 0 : box.headerSize() + kind.identity.size();
-    return box.boxSize == prefix + content.size() && contentIn(container, kind, box) == content;
+    return box.boxSize == prefix + content.size() && matches(container, box.offset + prefix, content);
 }
 
 bool putInto(Container& container, const Kind& kind, const std::string& content) {

@@ -25,6 +25,7 @@ void Progress::begin(const std::string& file, uint64_t bytes) {
 
 void Progress::passed(uint64_t bytes) {
     current = std::min(current + bytes, length);
+    transferred += bytes;
     const Clock::time_point now = Clock::now();
     constexpr auto patience = std::chrono::seconds(1);
     constexpr auto pause = std::chrono::milliseconds(100);
@@ -37,7 +38,7 @@ void Progress::draw(Clock::time_point now) {
     constexpr double mebibyte = 1 << 20;
     const double seconds = std::chrono::duration<double>(now - start).count();
     const auto done = static_cast<double>(before + current);
-    const double rate = done / seconds;
+    const double rate = static_cast<double>(transferred) / seconds;
     const double left = rate > 0 ? (static_cast<double>(total) - done) / rate : 0;
     const auto wait = static_cast<unsigned>(std::clamp(left, 0.0, 359999.0));
     std::array<char, 80> line{};

@@ -12,13 +12,13 @@ namespace edit {
 /// object.
 class Progress {
 public:
-    /// `total`: the bytes of all files. A quiet one is never drawn.
+    /// `total`: the bytes that are expected to be transferred. A quiet one is never drawn.
     Progress(uint64_t total, bool quiet);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Work on a file of so many bytes begins; what was there before it is done.
+    /// Work on a file begins, for which so many bytes are expected; what was there before it is done.
     void begin(const std::string& file, uint64_t bytes);
     /// Of the file, so many bytes more were transferred.
     void passed(uint64_t bytes);
@@ -37,6 +37,7 @@ private:
     uint64_t before = 0; ///< bytes of the files that are done
     uint64_t length = 0; ///< of the current one
     uint64_t current = 0;
+    uint64_t transferred = 0; ///< bytes, as the system was asked for them
     std::string name;
     bool onScreen = false;
 };

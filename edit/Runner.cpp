@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <numeric>
 #include <sstream>
 
 #include "Brisa/BrisaFileIO.h"
+#include "Brisa/BrisaInterrupts.h"
 #include "Input.h"
 #include "Messages.h"
 #include "Output.h"
@@ -67,14 +69,18 @@ private:
     std::filesystem::file_time_type changed;
 };
 
-uint64_t sizeOf(const std::vector<std::string>& files) {
-    uint64_t bytes = 0;
-    for (const std::string& file : files) {
+/// The bytes that there are to be transferred for each file, more or less: of its input, or its own.
+std::vector<uint64_t> workOn(const std::vector<std::string>& files, const std::string& input) {
+    const auto size = [](const std::string& path) {
         std::error_code unknown;
-        const uintmax_t size = std::filesystem::file_size(file, unknown);
-        bytes += unknown ? 0 : size;
+        const uintmax_t bytes = std::filesystem::file_size(path, unknown);
+        return unknown ? uint64_t{0} : uint64_t{bytes};
+    };
+    std::vector<uint64_t> work(files.size(), input.empty() ? 0 : size(input));
+    if (input.empty()) {
+        std::transform(files.begin(), files.end(), work.begin(), size);
     }
-    return bytes;
+    return work;
 }
 
 } // namespace
@@ -100,24 +106,36 @@ int Runner::run() {
         tell("pellmor-edit", error.what());
         return static_cast<int>(Status::failed);
     }
-    Progress progress(sizeOf(options.files), options.quiet);
+    const Brisa::Interrupts interrupts;
+    const Brisa::Watch::Hook mayGoOn = Brisa::Interrupts::hook();
+    const std::vector<uint64_t> expected = workOn(options.files, options.input);
+    Progress progress(std::accumulate(expected.begin(), expected.end(), uint64_t{0}), options.quiet);
     const Brisa::Watch watch([&](uint64_t bytes) {
         progress.passed(bytes);
-        return true;
+        return mayGoOn(bytes);
     });
-    for (const std::string& file : options.files) {
-        progress.begin(file, sizeOf({file}));
-        Session session(options, file);
+    for (size_t i = 0; i < expected.size(); ++i) {
+        Session session(options, options.files[i]);
+        progress.begin(session.name, expected[i]);
         runOn(session);
         progress.clear();
         tell(session);
         worst = worse(worst, session.status());
+        if (Brisa::Interrupts::signal() != 0) {
+            return interrupted();
+        }
     }
     if (!command.edits() && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
         tell("pellmor-edit", "standard output could not be written: " + systemReason(errno));
         worst = Status::failed;
     }
     return static_cast<int>(worst);
+}
+
+int Runner::interrupted() const {
+    tell("pellmor-edit", "interrupted by " + Brisa::wchar::toBytes(Brisa::Interrupts::name()));
+    constexpr int bySignal = 128;
+    return bySignal + Brisa::Interrupts::signal();
 }
 
 void Runner::runOn(Session& session) {

@@ -16,6 +16,7 @@ public:
 
 private:
     void runOn(Session& session);
+    [[nodiscard]] int interrupted() const;
     void work(Session& session);
     void edit(Session& session, const std::wstring& path);
     void editInPlace(Session& session);

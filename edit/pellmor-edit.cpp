@@ -1,7 +1,6 @@
 // Everything about a recording, from the shell.
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <numeric>
@@ -124,9 +123,6 @@ int run(std::vector<std::string> arguments) {
 } // namespace
 
 int main(int argc, char** argv) try {
-    // A file size limit or a closed pipe makes a write fail; it must not end the process half-way.
-    std::signal(SIGXFSZ, SIG_IGN);
-    std::signal(SIGPIPE, SIG_IGN);
     return run(std::vector<std::string>(argv + 1, argv + argc));
 } catch (const std::exception& error) {
     std::fprintf(stderr, "pellmor-edit: %s\n", error.what());

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 need chromium clang clang-format cmake doxygen ffmpeg g++ jq libclang-rt-dev libcli11-dev libgtest-dev \
-  libimage-exiftool-perl libpugixml-dev ninja-build nlohmann-json3-dev pkg-config pybind11-dev \
+  libimage-exiftool-perl libpugixml-dev ninja-build nlohmann-json3-dev parallel pkg-config pybind11-dev \
   python3-dev python3-numpy python3-pytest sox strace
 
 step() { printf '\n== %s\n' "$*"; }
