@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# From a machine with nothing but Debian to every test run: formatting, an installed library used by
-# other programs, both compilers, all tests plain and under sanitizers, the comments of the headers.
+# From a machine with nothing but Debian to the tests run: formatting, both compilers, all tests plain, the units and
+# the fuzz corpora under sanitizers, the comments of the headers. By hand: tests/e2e/test_faults.py (ctest -R faults),
+# tests/consumer/run.sh PREFIX, tests/package/run.sh.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
@@ -22,20 +23,10 @@ echo "$tests lines of tests, $code lines of code: $((100 * tests / code)) %"
 step "Formatting"
 git ls-files -co --exclude-standard '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 
-step "Release builds, static and shared, installed and used by other programs"
-installed=$(mktemp -d)
-trap 'rm -rf "$installed"' EXIT
-for shared in OFF ON; do
-  cmake --preset release -B "build/installed-$shared" -DBUILD_SHARED_LIBS=$shared --log-level=WARNING
-  cmake --build "build/installed-$shared"
-  cmake --install "build/installed-$shared" --prefix "$installed/$shared" >/dev/null
-  tests/consumer/run.sh "$installed/$shared"
-done
-
 step "g++: build and tests"
 cmake --preset dev --log-level=WARNING
 cmake --build build/dev
-ctest --preset dev --progress
+ctest --preset dev --progress -E e2e.faults # takes minutes of system calls: run by hand
 
 step "Doxygen: the comments of the public headers"
 doxygen docs/Doxyfile
@@ -43,4 +34,4 @@ doxygen docs/Doxyfile
 step "clang++: build and tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake --preset asan --log-level=WARNING
 cmake --build build/asan
-ctest --preset asan --progress
+ctest --preset asan --progress -E e2e
