@@ -165,7 +165,7 @@ Work put(const Options& options) {
             return session.refused("another " + name + " is there; --replace puts this one in its place");
         }
         return putInto(session.container, kind, content)
-                   ? session.done(name + " put in (" + grouped(content.size()) + " bytes)")
+                   ? session.done([&] { return name + " put in (" + grouped(content.size()) + " bytes)"; })
                    : session.failed("the " + name + " could not be put in");
     };
 }
@@ -189,7 +189,7 @@ Work remove(const Options& options) {
         }
         const uint64_t size = box->boxSize;
         return session.container.removeBox(*box)
-                   ? session.done(name + " removed (" + grouped(size) + " bytes)")
+                   ? session.done([&] { return name + " removed (" + grouped(size) + " bytes)"; })
                    : session.failed("the " + name + " could not be removed");
     };
 }

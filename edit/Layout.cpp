@@ -33,11 +33,13 @@ Work moovFirst(const Options&) {
         if (!container.moovFirst()) {
             return session.failed("moov could not be moved");
         }
-        const MP4::MOOV* const moov = container.moov;
-        return moov == nullptr
-                   ? session.done("moov moved")
-                   : session.done("moov moved to " + grouped(moov->offset) + " (" + grouped(moov->boxSize) +
-                                  " bytes), " + grouped(chunksOf(container)) + " offsets");
+        return session.done([&] {
+            const MP4::MOOV* const moov = container.moov;
+            return moov == nullptr
+                       ? "moov moved"
+                       : "moov moved to " + grouped(moov->offset) + " (" + grouped(moov->boxSize) +
+                             " bytes), " + grouped(chunksOf(container)) + " offsets";
+        });
     };
 }
 
@@ -51,8 +53,9 @@ void timeArgument(CLI::App& app, Options& options) {
 Work setTime(const Options& options) {
     return [given = timeOf(options.value)](Session& session) {
         const uint64_t time = given ? *given : lastChangeOf(session.name);
-        return session.container.updateTimeStamp(time) ? session.done("created " + shownTime(time))
-                                                       : session.failed("the time could not be set");
+        return session.container.updateTimeStamp(time)
+                   ? session.done([&] { return "created " + shownTime(time); })
+                   : session.failed("the time could not be set");
     };
 }
 

@@ -106,38 +106,16 @@ bool has(const MP4::Container& container, const char* kindName, const std::strin
     return wanted.empty() || (box != nullptr && holds(container, kind, *box, wanted));
 }
 
-bool setLocation(MP4::Container& container, const Place& place) {
-    const Locations there(container, place.position);
-    const bool spherical = has(container, "spherical", place.spherical);
-    if (there.other == 0 && !there.complete() && !spherical) {
-        return container.appendLocationAndSphericalVideoXML(place.position, place.spherical);
-    }
-    return (spherical || container.appendSphericalVideoXML(place.spherical)) &&
-           (there.complete() || (there.other > 0 ? container.replaceLocations(place.position)
-                                                 : container.appendLocations(place.position)));
-}
-
-/// The packet goes first: that is what can be taken back if the rest fails.
+/// One edit, whatever is missing or other than wanted.
 bool setPlace(MP4::Container& container, const Place& place) {
-    const Kind& xmp = kindNamed("xmp");
-    if (has(container, "xmp", place.packet)) {
-        return setLocation(container, place);
+    const bool packet = !has(container, "xmp", place.packet);
+    const bool spherical = !has(container, "spherical", place.spherical);
+    if (!Locations(container, place.position).complete() || (packet && spherical)) {
+        return container.replaceLocations(place.position, spherical ? place.spherical : "",
+                                          packet ? place.packet : "");
     }
-    const MP4::BOX* const old = boxOf(container, xmp);
-    const std::string before = old != nullptr ? contentIn(container, xmp, *old) : "";
-    if (!putInto(container, xmp, place.packet)) {
-        return false;
-    }
-    if (setLocation(container, place)) {
-        return true;
-    }
-    MP4::BOX* const added = boxOf(container, xmp);
-    const bool undone =
-        before.empty() ? added != nullptr && container.removeBox(*added) : putInto(container, xmp, before);
-    if (!undone) {
-        throw Failure("the XMP packet was put in, but the location could not be set: " + Messages::reason());
-    }
-    return false;
+    return packet ? putInto(container, kindNamed("xmp"), place.packet)
+                  : container.appendSphericalVideoXML(place.spherical);
 }
 
 } // namespace
@@ -171,7 +149,7 @@ Work location(const Options& options) {
             has(container, "spherical", place.spherical)) {
             return session.nothingToDo("this location is there");
         }
-        return setPlace(container, place) ? session.done("location " + place.position.rxyz)
+        return setPlace(container, place) ? session.done([&] { return "location " + place.position.rxyz; })
                                           : session.failed("the location could not be set");
     };
 }
@@ -185,23 +163,21 @@ Work removeLocation(const Options&) {
         if (!there) {
             return session.notThere("has no location");
         }
-        return session.container.removeLocations() ? session.done("location removed")
+        return session.container.removeLocations() ? session.done([] { return "location removed"; })
                                                    : session.failed("the location could not be removed");
     };
 }
 
 Work removeBadLocation(const Options&) {
     return [](Session& session) {
-        const auto sizeOf = [&session] {
-            const MP4::BOX* const loci = session.container.root->first("moov.udta.loci");
-            return loci != nullptr ? loci->boxSize : 0;
-        };
-        const uint64_t before = sizeOf();
+        constexpr uint64_t malformed = 28;
+        const MP4::BOX* const loci = session.container.root->first("moov.udta.loci");
+        const bool sound = loci == nullptr || loci->boxSize != malformed;
         if (!session.container.removeBadLOCI()) {
             return session.failed("the malformed location could not be taken out");
         }
-        return sizeOf() == before ? session.nothingToDo("no malformed location is there")
-                                  : session.done("the malformed location is taken out");
+        return sound ? session.nothingToDo("no malformed location is there")
+                     : session.done([] { return "the malformed location is taken out"; });
     };
 }
 
@@ -219,7 +195,7 @@ Work gpsMeta(const Options& options) {
                          [&](Brisa::FileIO& file, const MP4::BOX& meta) {
                              return container.appendGpsMeta(file, meta.offset, meta.boxSize);
                          })
-                   ? session.done("meta box of " + source + " put in")
+                   ? session.done([&] { return "meta box of " + source + " put in"; })
                    : session.failed("the meta box could not be put in");
     };
 }

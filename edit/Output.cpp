@@ -23,13 +23,13 @@ namespace {
 } // namespace
 
 Draft::Draft(const std::string& place_, bool mayReplace_, Brisa::NewFile::Access access)
-    : place(place_), mayReplace(mayReplace_) {
+    : place(place_), widePlace(widened(place)), mayReplace(mayReplace_) {
     std::error_code missing;
     const auto status = std::filesystem::symlink_status(place, missing);
     if (std::filesystem::exists(status) && !(mayReplace && std::filesystem::is_regular_file(status))) {
         mayReplace ? throw Failure(place + ": is no plain file, and stays") : refuse(place);
     }
-    const std::unique_ptr<Brisa::NewFile> file = Brisa::NewFile::beside(widened(place), access);
+    const std::unique_ptr<Brisa::NewFile> file = Brisa::NewFile::beside(widePlace, access);
     if (file == nullptr) {
         fail(place);
     }
@@ -55,8 +55,7 @@ bool Draft::copyOf(const std::wstring& source) const {
 }
 
 void Draft::finish() {
-    const std::wstring wide = widened(place);
-    if (!(mayReplace ? FileIO::rename(draft, wide) : FileIO::renameNew(draft, wide))) {
+    if (!(mayReplace ? FileIO::rename(draft, widePlace) : FileIO::renameNew(draft, widePlace))) {
         errno == EEXIST ? refuse(place) : fail(place);
     }
     draft.clear();
@@ -65,7 +64,7 @@ void Draft::finish() {
 Status writeResult(Session& session, const std::function<bool(const Sink&)>& write) {
     const std::string& output = session.options.output;
     if (output.empty() || output == "-") {
-        return write(Session::print) ? session.done("")
+        return write(Session::print) ? session.done([] { return ""; })
                                      : session.failed("could not be written to standard output");
     }
     return writeFile(session, [&](const std::wstring& path) {
@@ -86,7 +85,7 @@ Status writeFile(Session& session, const std::function<bool(const std::wstring&)
         return session.failed(output + " could not be written");
     }
     draft.finish();
-    return session.done("written to " + output);
+    return session.done([&] { return "written to " + output; });
 }
 
 } // namespace edit

@@ -29,6 +29,7 @@ public:
 
 private:
     const std::string place;
+    const std::wstring widePlace;
     const bool mayReplace;
     std::wstring draft;
 };

@@ -53,20 +53,50 @@ std::vector<std::string> filesIn(const std::string& list, bool zeroBytes) {
     return files;
 }
 
-/// When a file was last changed; unknown times are not restored.
+/// When a file was last changed, for the one that comes of it; an unknown time is not restored.
 class Times {
 public:
-    explicit Times(const std::string& path) : changed(std::filesystem::last_write_time(path, unknown)) {}
-    void restore(const std::string& path) const {
+    Times(const std::string& old, const std::string& result_)
+        : changed(std::filesystem::last_write_time(old, unknown)), result(result_) {}
+    void restore() const {
         std::error_code error = unknown;
         if (!error) {
-            std::filesystem::last_write_time(path, changed, error);
+            std::filesystem::last_write_time(result, changed, error);
         }
     }
 
 private:
     std::error_code unknown;
     std::filesystem::file_time_type changed;
+    const std::filesystem::path result;
+};
+
+/// The old file under another name; gone again unless the file was changed.
+class Backup {
+public:
+    explicit Backup(const Session& session_) : session(session_), place(widened(session.name + "~")) {}
+    ~Backup() {
+        if (made && !session.changed()) {
+            FileIO::unlink(place);
+        }
+    }
+    Backup(const Backup&) = delete;
+    Backup& operator=(const Backup&) = delete;
+
+    /// Whether it could be made. Throws Failure.
+    bool make() {
+        Draft copy(session.name + "~", false, NewFile::Access::owner);
+        if (copy.copyOf(session.path)) {
+            copy.finish();
+            made = true;
+        }
+        return made;
+    }
+
+private:
+    const Session& session;
+    const std::wstring place;
+    bool made = false;
 };
 
 /// The bytes that there are to be transferred for each file, more or less: of its input, or its own.
@@ -126,14 +156,14 @@ int Runner::run() {
         }
     }
     if (!command.edits() && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
-        tell("pellmor-edit", "standard output could not be written: " + systemReason(errno));
+        tell("pellmor-edit", ("standard output could not be written: " + systemReason(errno)).c_str());
         worst = Status::failed;
     }
     return static_cast<int>(worst);
 }
 
 int Runner::interrupted() const {
-    tell("pellmor-edit", "interrupted by " + Brisa::wchar::toBytes(Brisa::Interrupts::name()));
+    tell("pellmor-edit", ("interrupted by " + Brisa::wchar::toBytes(Brisa::Interrupts::name())).c_str());
     constexpr int bySignal = 128;
     return bySignal + Brisa::Interrupts::signal();
 }
@@ -154,14 +184,14 @@ void Runner::work(Session& session) {
         chosen(session);
         return;
     }
-    const Times times(session.name);
+    const Times times(session.name, options.output.empty() ? session.name : options.output);
     if (options.dryRun || options.output.empty()) {
         editInPlace(session);
     } else {
         editTo(options.output, session);
     }
     if (options.keepTime && session.changed() && !options.dryRun) {
-        times.restore(options.output.empty() ? session.name : options.output);
+        times.restore();
     }
 }
 
@@ -184,21 +214,12 @@ void Runner::edit(Session& session, const std::wstring& path) {
 }
 
 void Runner::editInPlace(Session& session) {
-    if (!options.backup || options.dryRun) {
-        edit(session, session.path);
+    Backup backup(session);
+    if (options.backup && !options.dryRun && !backup.make()) {
+        session.failed(session.name + "~ could not be written");
         return;
     }
-    const std::string backup = session.name + "~";
-    Draft copy(backup, false, NewFile::Access::owner);
-    if (!copy.copyOf(session.path)) {
-        session.failed(backup + " could not be written");
-        return;
-    }
-    copy.finish();
     edit(session, session.path);
-    if (!session.changed()) {
-        FileIO::unlink(widened(backup));
-    }
 }
 
 void Runner::editTo(const std::string& output, Session& session) {
@@ -230,13 +251,12 @@ void Runner::editTo(const std::string& output, Session& session) {
 void Runner::tell(const Session& session) const {
     if (!session.text().empty() && (session.status() != Status::done || !options.quiet)) {
         const bool planned = options.dryRun && session.changed();
-        tell(session.name, planned ? "would be changed; this was a dry run" : session.text());
+        tell(session.name, planned ? "would be changed; this was a dry run" : session.text().c_str());
     }
 }
 
-void Runner::tell(const std::string& name, const std::string& text) const {
-    const std::string line = name + ": " + text + "\n";
-    std::fwrite(line.data(), 1, line.size(), stderr);
+void Runner::tell(const std::string& name, const char* text) const {
+    std::fprintf(stderr, "%s: %s\n", name.c_str(), text); // in one piece, and in no memory of its own
 }
 
 } // namespace edit

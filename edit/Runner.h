@@ -22,7 +22,7 @@ private:
     void editInPlace(Session& session);
     void editTo(const std::string& output, Session& session);
     void tell(const Session& session) const;
-    void tell(const std::string& name, const std::string& text) const;
+    void tell(const std::string& name, const char* text) const;
 
     const Command& command;
     Options options;

@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include <cstdio>
+#include <new>
 #include <utility>
 
 #include "Input.h"
@@ -16,9 +17,13 @@ Status Session::end(Status status, std::string text) {
     return status;
 }
 
-Status Session::done(std::string text) {
+Status Session::done(const std::function<std::string()>& words_) try {
     altered = true;
-    return end(Status::done, std::move(text));
+    end(Status::done, {});
+    words = words_();
+    return verdict;
+} catch (const std::bad_alloc&) {
+    return verdict;
 }
 
 Status Session::nothingToDo(const std::string& why) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -48,8 +49,9 @@ public:
     const std::wstring path;  ///< the same for the library: the file that is looked at, or changed
     MP4::Container container; ///< claimed, and read whole, when the work of an edit begins
 
-    /// It is done: what the file is like now.
-    Status done(std::string text);
+    /// It is done; `words` says what the file is like now. If memory has no room for that, it is done without
+    /// a word.
+    Status done(const std::function<std::string()>& words);
     /// Nothing was to be done: why.
     Status nothingToDo(const std::string& why);
     /// Something else is there already.

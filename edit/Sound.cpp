@@ -1,8 +1,5 @@
 // The spatial sound of a recording, or a stretch of it.
 
-#include <algorithm>
-#include <limits>
-
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
@@ -49,7 +46,7 @@ Work appendSound(const Options& options) {
                                  : container.appendSpatialData(file, block.offset, block.boxSize);
         };
         return withBoxOf(source, "uuid.ZADT", append)
-                   ? session.done("spatial sound of " + source + " put in")
+                   ? session.done([&] { return "spatial sound of " + source + " put in"; })
                    : session.failed("the spatial sound could not be put in");
     };
 }
@@ -58,48 +55,36 @@ namespace {
 
 /// Takes the stretch of a file's sound that the command line names; whether there is any.
 bool takeStretch(Session& session, MP4::SpatialSound& sound) {
-    const Options& given = session.options;
-    // From 0 to the end there would be nothing to cut; from the least time above 0 it is the same sound.
-    const double least = std::numeric_limits<double>::denorm_min();
-    const double start = given.end < 0 ? std::max(given.start, least) : given.start;
-    session.container.keepContents = false;
-    return session.container.attach(session.path) && sound.attach(session.path, start, given.end) &&
-           sound.trimmed;
+    MP4::Container& container = session.container;
+    container.keepContents = false;
+    return container.attach(session.path) && !container.incomplete() && sound.locate(container) &&
+           sound.cover(session.options.start, session.options.end);
 }
 
-using Dump = uint64_t (*)(const MP4::SpatialSound&, const MP4::Container&, const std::wstring&);
+using Dump = bool (*)(MP4::SpatialSound&, const MP4::Container&, const std::wstring&);
 
-/// `dump` gives the size that the file should have: the dumps themselves tell nothing.
 Work dumping(Dump dump) {
     return [dump](Session& session) {
         MP4::SpatialSound sound;
         if (!takeStretch(session, sound)) {
             return session.failed("has no such sound");
         }
-        return writeFile(session, [&](const std::wstring& path) {
-            const uint64_t size = dump(sound, session.container, path);
-            uint64_t written = 0;
-            return Brisa::FileIO::open(path, [&](Brisa::FileIO& file) { written = file.length(); }) &&
-                   written == size;
-        });
+        return writeFile(session,
+                         [&](const std::wstring& path) { return dump(sound, session.container, path); });
     };
 }
 
 } // namespace
 
 Work soundToWav(const Options&) {
-    return dumping(
-        [](const MP4::SpatialSound& sound, const MP4::Container& container, const std::wstring& out) {
-            constexpr uint64_t wavHeader = 44;
-            sound.dumpWAV(container, out);
-            return wavHeader + sound.endOffset - sound.startOffset;
-        });
+    return dumping([](MP4::SpatialSound& sound, const MP4::Container& container, const std::wstring& out) {
+        return sound.dumpWAV(container, out);
+    });
 }
 
 Work soundTrack(const Options&) {
-    return dumping([](const MP4::SpatialSound& sound, const MP4::Container&, const std::wstring& out) {
-        sound.dump(out);
-        return uint64_t{sound.trimmedTrack.size()};
+    return dumping([](MP4::SpatialSound& sound, const MP4::Container& container, const std::wstring& out) {
+        return sound.buildTrimmedZATR(container) && sound.dump(out);
     });
 }
 

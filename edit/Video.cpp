@@ -32,7 +32,7 @@ Work fullRange(const Options& options) {
             return session.nothingToDo("full range is " + wanted);
         }
         return container.appendFullRangeAndConstrainedSet1Flag(wanted == "on")
-                   ? session.done("full range " + wanted)
+                   ? session.done([&] { return "full range " + wanted; })
                    : session.failed("the range could not be changed");
     };
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <numeric>
 #include <string>
@@ -123,6 +124,12 @@ int run(std::vector<std::string> arguments) {
 } // namespace
 
 int main(int argc, char** argv) try {
+    // A destructor that finds no memory to work with, as those of a JSON value may, can tell it to nobody
+    // else.
+    std::set_terminate([] {
+        std::fputs("pellmor-edit: not enough memory\n", stderr);
+        std::_Exit(static_cast<int>(Status::failed));
+    });
     return run(std::vector<std::string>(argv + 1, argv + argc));
 } catch (const std::exception& error) {
     std::fprintf(stderr, "pellmor-edit: %s\n", error.what());

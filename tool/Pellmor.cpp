@@ -234,9 +234,9 @@ Sight sightOf(const std::wstring& path) {
     return {type, identity.device, identity.number, identity.length};
 }
 
-/// The status of a run that an interrupt may have ended. One that came when all was done has not.
+/// The status of a run that did not succeed, and that an interrupt may have ended.
 int concluded(int status, const Sight& before, const Sight& after) {
-    if (status == success || Interrupts::signal() == 0) {
+    if (Interrupts::signal() == 0) {
         return status;
     }
     const bool isKnown = before.type == std::filesystem::file_type::regular ||
@@ -259,7 +259,7 @@ int exec(int argc, wchar_t** argv) {
     const std::wstring& changed = chosen.writesMp4 ? mp4Path : mapPath;
     const Sight before = sightOf(changed);
     const int status = chosen.run(mp4Path, mapPath);
-    return concluded(status, before, sightOf(changed));
+    return status == success ? success : concluded(status, before, sightOf(changed));
 }
 
 std::wstring widened(const char* argument) {

@@ -184,8 +184,11 @@ public:
     /// Adds the location boxes that are missing to the movie's `udta`, or a new `udta` to `moov`. When
     /// all are there: "MP4: No location-boxes were appended.\n" and true. False without `moov` or `mdat`.
     bool appendLocations(const GPSInfo& position);
-    /// All three location boxes, in the place of those that the movie has. False without `moov`.
-    bool replaceLocations(const GPSInfo& position);
+    /// All three location boxes, in the place of those that the movie has, and by the same edit, unless they
+    /// are empty, a spherical-video XML and an XMP packet in the place of those. False without `moov`, and
+    /// for an XML without a video track.
+    bool replaceLocations(const GPSInfo& position, const std::string& xml = {},
+                          const std::string& packet = {});
     /// Takes out the location boxes; true as well when there are none.
     bool removeLocations();
     /// Takes out the movie's first `loci` box if it has the malformed size of 28 bytes; true as well when

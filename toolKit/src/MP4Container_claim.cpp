@@ -100,12 +100,11 @@ bool Claim::isUntouched() const {
 
 namespace {
 
-/// After a commit: only another file at the path makes it fail, not that nobody can look.
-bool isStillAt(const FileIO& file, const std::wstring& path) {
+bool isReplaced(const FileIO& file, const std::wstring& path) {
     try {
-        return file.isFileAt(path) || refuse(path, L"another file took its place while it was edited");
+        return file.isNotFileAt(path);
     } catch (const std::exception&) {
-        return true;
+        return false;
     }
 }
 
@@ -121,7 +120,9 @@ bool Claim::update(const std::function<bool(FileIO&)>& work) {
     }
     const bool done = work(writing);
     container.parsed = writing.identity();
-    return done && isStillAt(writing, container.path);
+    // It is committed: only another file at the path makes it fail, not that nobody can look.
+    return done && (!isReplaced(writing, container.path) ||
+                    refuse(container.path, L"another file took its place while it was edited"));
 }
 
 Attempt::Attempt(FileIO& file_) : file(file_), length(file_.length()) {}

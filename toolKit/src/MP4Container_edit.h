@@ -19,6 +19,8 @@ bool fitsBox(uint64_t bytes);
 bool isSpatial(const BOX& box);
 /// The movie's `ZDT9` box, if it has room for its record; null if there is none.
 const BOX* recordOfSound(const NestedBox& root);
+/// Puts the XML into the video track, as its last child or in the place of what a track has.
+void putSpherical(const Container& container, Plan& plan, const std::string& xml);
 /// Adds the chunk offsets of a spatial-data block.
 void pointersOfBlock(const NestedBox& block, Pointers& pointers);
 /// Tells on standard error why an edit of the file is refused or failed; false.
@@ -96,6 +98,9 @@ Objection objectionToAppend(const Container& container, BinFile& file);
 uint64_t endForAppend(const Container& container);
 /// Puts a box behind the last one, on disk when it returns.
 bool appendBox(Container& container, Brisa::FileIO& file, const NewBox& box);
+
+/// Clears the record of where the spatial sound lies, if there is one.
+bool forgetSound(const Container& container, Attempt& attempt);
 
 /// Carries out a plan for the whole file: by a new movie box where the container wants that and it can be,
 /// else by a rewrite. Prints the line of a failure, and attaches the container again.

@@ -30,10 +30,12 @@ bool removeTopLevel(Container& container, const BOX& box) {
             Attempt attempt(file);
             ByteArray type;
             type.assign("free", sizeof(uint32_t));
-            const bool gone =
-                last ? file.truncate(box.offset) : attempt.overwrite(box.offset + sizeof(uint32_t), type);
-            if (gone && (file.flush() || last)) {
+            const bool gone = attempt.overwrite(box.offset + sizeof(uint32_t), type) &&
+                              (!isSpatial(box) || forgetSound(container, attempt)) && file.flush() &&
+                              (!last || file.truncate(box.offset));
+            if (gone) {
                 attempt.keep();
+                file.flush(); // if this fails, a `free` box may stay at the end
             }
             return gone;
         });

@@ -24,6 +24,32 @@ ByteArray locationBox(const GPSInfo& position) {
                       position.altitude.toUINT32Fixnum());
 }
 
+/// In the place of the packets that the file has, or behind its last box; whether a reader would find it.
+bool putPacket(const Container& container, Plan& plan, const std::string& packet) {
+    ByteArray box;
+    XMP(packet).to_byteArray(box);
+    for (const auto& child : container.root->children) {
+        const auto* const uuid = as<UUID>(child.get());
+        if (uuid != nullptr && uuid->is(XMP::_UUID)) {
+            plan.exchange(*child, std::exchange(box, {}));
+        }
+    }
+    if (box.empty()) {
+        return true;
+    }
+    Objection reason;
+    container.open([&](Brisa::FileIO& file) {
+        BinFile view(file);
+        reason = objectionToAppend(container, view);
+    });
+    if (!reason.empty()) {
+        return refuse(container.path, reason);
+    }
+    plan.resize(container.root->children.back().get(), 0); // an open-ended last box is the last no longer
+    plan.replace(container.root->boxSize, container.root->boxSize, std::move(box));
+    return true;
+}
+
 std::vector<const BOX*> locationBoxes(const Container& container) {
     std::vector<const BOX*> boxes;
     for (const char* const path : {"udta.@xyz", "udta.loci", locationTextPath}) {
@@ -85,12 +111,12 @@ bool Container::appendLocations(const GPSInfo& position) {
     return carryOut(*this, operation, plan);
 }
 
-bool Container::replaceLocations(const GPSInfo& position) {
+bool Container::replaceLocations(const GPSInfo& position, const std::string& xml, const std::string& packet) {
     constexpr const wchar_t* operation = L"replaceLocations";
-    if (moov == nullptr) {
+    if (moov == nullptr || (!xml.empty() && trak == nullptr)) {
         return false;
     }
-    if (!fitsBox(position.rxyz.size())) {
+    if (!fitsBox(position.rxyz.size()) || !fitsBox(xml.size()) || !fitsBox(packet.size())) {
         return rewriteFailed(*this, operation);
     }
     ByteArray boxes = givenTextBox(position);
@@ -105,7 +131,11 @@ bool Container::replaceLocations(const GPSInfo& position) {
     } else {
         plan.addTo(*moov, boxOf(fourcc("udta"), boxes));
     }
-    return carryOut(*this, operation, plan);
+    if (!xml.empty()) {
+        putSpherical(*this, plan, xml);
+    }
+    return (packet.empty() || putPacket(*this, plan, packet)) ? carryOut(*this, operation, plan)
+                                                              : rewriteFailed(*this, operation);
 }
 
 bool Container::removeLocations() {

@@ -157,6 +157,10 @@ const BOX* recordOfSound(const NestedBox& root) {
     return hasRoom ? record : nullptr;
 }
 
+bool forgetSound(const Container& container, Attempt& attempt) {
+    return writeRecord(container, attempt, ByteArray(recordBytes));
+}
+
 bool Container::isSpatialDataExist() const {
     return root != nullptr && std::any_of(root->children.begin(), root->children.end(),
                                           [](const auto& box) { return isSpatial(*box); });

@@ -18,6 +18,14 @@ bool Container::build_sphericalVideoXmlBOX(BOX*& existing, ByteArray& out, const
     return true;
 }
 
+void putSpherical(const Container& container, Plan& plan, const std::string& xml) {
+    BOX* existing = nullptr;
+    ByteArray box;
+    container.build_sphericalVideoXmlBOX(existing, box, xml);
+    existing != nullptr ? plan.exchange(*existing, std::move(box))
+                        : plan.addTo(*container.trak, std::move(box));
+}
+
 bool Container::appendSphericalVideoXML(const std::string& xml) {
     constexpr const wchar_t* operation = L"appendSphericalVideoXML";
     if (moov == nullptr || mdat == nullptr || trak == nullptr) {
@@ -26,11 +34,8 @@ bool Container::appendSphericalVideoXML(const std::string& xml) {
     if (!fitsBox(xml.size())) {
         return rewriteFailed(*this, operation);
     }
-    BOX* existing = nullptr;
-    ByteArray box;
-    build_sphericalVideoXmlBOX(existing, box, xml);
     Plan plan(*root);
-    existing != nullptr ? plan.exchange(*existing, std::move(box)) : plan.addTo(*trak, std::move(box));
+    putSpherical(*this, plan, xml);
     return carryOut(*this, operation, plan);
 }
 
@@ -56,12 +61,8 @@ bool Container::appendLocationAndSphericalVideoXML(const GPSInfo& position, cons
     if (!fitsBox(locations.size())) {
         return rewriteFailed(*this, operation);
     }
-    BOX* existing = nullptr;
-    ByteArray spherical;
-    build_sphericalVideoXmlBOX(existing, spherical, xml);
     Plan plan(*root);
-    existing != nullptr ? plan.exchange(*existing, std::move(spherical))
-                        : plan.addTo(*trak, std::move(spherical));
+    putSpherical(*this, plan, xml);
     plan.addTo(udta != nullptr ? static_cast<NestedBox&>(*udta) : *moov, std::move(locations));
     return carryOut(*this, operation, plan);
 }

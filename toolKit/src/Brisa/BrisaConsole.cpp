@@ -1,6 +1,7 @@
 #include "Brisa/BrisaConsole.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -23,6 +24,8 @@ Console::Sink& sink() {
     static Console::Sink installed;
     return installed;
 }
+
+std::atomic<bool> lostText{false};
 
 std::wstring formatted(const wchar_t* format, std::va_list arguments) {
     wchar_t buffer[shortText];
@@ -80,6 +83,7 @@ void print(Console::Stream stream, const wchar_t* format, std::va_list arguments
     }
     std::fflush(file);
 } catch (const std::bad_alloc&) {
+    lostText = true;
     // Texts are printed on the way out of failures, destructors included.
 }
 
@@ -87,6 +91,10 @@ void print(Console::Stream stream, const wchar_t* format, std::va_list arguments
 
 void Console::setSink(Sink sink_) {
     sink() = std::move(sink_);
+}
+
+bool Console::hasLostText() {
+    return lostText;
 }
 
 void Console::out(const wchar_t* format, ...) {

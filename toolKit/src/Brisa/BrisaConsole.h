@@ -27,6 +27,9 @@ public:
     /// before threads start; it must not throw.
     static void setSink(Sink sink);
 
+    /// Whether memory had no room for a text since the process began, which was lost then.
+    static bool hasLostText();
+
     /// Formats as vswprintf() does, writes to standard output and flushes it, so that a line is
     /// visible even when the process ends right after it. Texts are passed with "%ls".
     static void out(const wchar_t* format, ...);

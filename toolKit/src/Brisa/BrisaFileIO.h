@@ -119,8 +119,6 @@ public:
     /// group, permission bits, access control list, extended attributes. It never becomes accessible
     /// to more than `model` is. False when the system fails otherwise.
     bool adopt(const FileIO& model) const;
-    /// Gives this file the owner, where the process may, and the permission bits of `other`.
-    bool adoptPermissions(const FileIO& other) const;
     /// Whether `other` names the file that this handle has open, by whatever link or spelling.
     [[nodiscard]] bool isFileAt(const std::wstring& other) const;
     /// Whether `other` is known to name something else; not if the system cannot tell.
@@ -151,8 +149,6 @@ public:
     /// Returns when what a rename changed in the folder of `path` is on the disk; true as well where a
     /// file system has no such operation.
     static bool syncFolderOf(const std::wstring& path);
-    /// Whether a plain file is at `path`, by that name alone and not through a link.
-    static bool isLeftover(const std::wstring& path);
     /// Whether a file can be written under `path` without harm to another: the system gets to see the
     /// whole path, and there is nothing yet, or a plain file under no other name.
     static bool isFree(const std::wstring& path);

@@ -1,6 +1,7 @@
 #include "Brisa/BrisaFileIO.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -134,8 +135,43 @@ size_t characterAt(const char* bytes, size_t count, wchar_t& character) {
 
 } // namespace
 
+namespace {
+
+/// A path as the system takes it, in no memory of its own: files are removed, and looked at, when there is
+/// none.
+class SystemPath {
+public:
+    explicit SystemPath(const std::wstring& path) {
+        for (const wchar_t character : path) {
+            const std::string added = bytesOf(character);
+            if (added.size() > longest - length) { // too long for the system, and it shall say so
+                length = longest;
+                std::fill(bytes.begin(), bytes.end() - 1, '/');
+                break;
+            }
+            std::copy(added.begin(), added.end(), &bytes[length]);
+            length += added.size();
+        }
+    }
+    operator const char*() const { return bytes.data(); }
+    /// The path of the folder that it is in.
+    void toFolder() {
+        while (length > 0 && bytes[length - 1] != '/') {
+            bytes[--length] = '\0';
+        }
+        bytes[0] = length == 0 ? '.' : bytes[0];
+    }
+
+private:
+    static constexpr size_t longest = 2 * PATH_MAX;
+    std::array<char, longest + 1> bytes{};
+    size_t length = 0;
+};
+
+} // namespace
+
 FileIO::FileIO(const std::wstring& path_, int mode_) : path(path_), mode(mode_) {
-    int file = opened(wchar::toBytes(path).c_str(), mode);
+    int file = opened(SystemPath(path), mode);
     if (file != -1) {
         file = movedPastStandardStreams(file);
     }
@@ -217,17 +253,6 @@ bool FileIO::flush() const {
     return isOpen() && uninterrupted([this] { return ::fdatasync(descriptor); }) == 0;
 }
 
-bool FileIO::adoptPermissions(const FileIO& other) const {
-    struct stat status {};
-    if (!isOpen() || !other.isOpen() || ::fstat(other.descriptor, &status) != 0) {
-        return false;
-    }
-    // Only a privileged process may give a file away; for any other the file is its own already.
-    // The owner comes first, since changing it clears the set-user-ID bits.
-    const bool given = ::fchown(descriptor, status.st_uid, status.st_gid) == 0;
-    return ::fchmod(descriptor, status.st_mode & (given ? permissionBits : accessBits)) == 0;
-}
-
 bool FileIO::lock(double seconds) const {
     const auto start = std::chrono::steady_clock::now();
     const std::chrono::duration<double> longest(seconds);
@@ -255,14 +280,7 @@ FileIO::Identity FileIO::identity() const {
 
 bool FileIO::isFree(const std::wstring& path) {
     struct stat status {};
-    return ::lstat(wchar::toBytes(path).c_str(), &status) != 0 ||
-           (S_ISREG(status.st_mode) && status.st_nlink == 1);
-}
-
-bool FileIO::isLeftover(const std::wstring& path) {
-    struct stat status {};
-    return ::lstat(wchar::toBytes(path).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           status.st_nlink == 1;
+    return ::lstat(SystemPath(path), &status) != 0 || (S_ISREG(status.st_mode) && status.st_nlink == 1);
 }
 
 namespace {
@@ -272,7 +290,7 @@ enum class Sameness { same, other, unknown };
 Sameness compared(int descriptor, const std::wstring& path) {
     struct stat here {};
     struct stat there {};
-    if (::fstat(descriptor, &here) != 0 || ::stat(wchar::toBytes(path).c_str(), &there) != 0) {
+    if (::fstat(descriptor, &here) != 0 || ::stat(SystemPath(path), &there) != 0) {
         return Sameness::unknown;
     }
     const bool same = here.st_dev == there.st_dev && here.st_ino == there.st_ino;
@@ -290,13 +308,12 @@ bool FileIO::isNotFileAt(const std::wstring& other) const {
 }
 
 bool FileIO::rename(const std::wstring& from, const std::wstring& to) {
-    return std::rename(wchar::toBytes(from).c_str(), wchar::toBytes(to).c_str()) == 0;
+    return std::rename(SystemPath(from), SystemPath(to)) == 0;
 }
 
 bool FileIO::renameNew(const std::wstring& from, const std::wstring& to) {
 #ifdef RENAME_NOREPLACE
-    const std::string source = wchar::toBytes(from);
-    if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, wchar::toBytes(to).c_str(), RENAME_NOREPLACE) == 0) {
+    if (::renameat2(AT_FDCWD, SystemPath(from), AT_FDCWD, SystemPath(to), RENAME_NOREPLACE) == 0) {
         return true;
     }
     if (errno != EINVAL && errno != ENOSYS) {
@@ -312,14 +329,13 @@ bool FileIO::renameNew(const std::wstring& from, const std::wstring& to) {
 }
 
 bool FileIO::unlink(const std::wstring& path) {
-    return ::unlink(wchar::toBytes(path).c_str()) == 0;
+    return ::unlink(SystemPath(path)) == 0;
 }
 
 bool FileIO::syncFolderOf(const std::wstring& path) {
-    const std::string name = wchar::toBytes(path);
-    const size_t slash = name.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : name.substr(0, slash + 1);
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    SystemPath folder(path);
+    folder.toFolder();
+    const int descriptor = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor == -1) {
         return false;
     }

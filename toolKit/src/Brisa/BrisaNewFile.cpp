@@ -73,7 +73,7 @@ std::unique_ptr<NewFile> NewFile::created(const std::wstring& path, Access acces
 std::unique_ptr<NewFile> NewFile::at(const std::wstring& path, Access access) {
     auto made = created(path, access);
     if (made == nullptr && errno == EEXIST) {
-        if (!FileIO::isLeftover(path)) {
+        if (!FileIO::isFree(path)) {
             errno = EEXIST;
             return nullptr;
         }
