@@ -4,6 +4,7 @@ import collections
 import itertools
 import os
 import re
+import signal
 import threading
 from concurrent.futures import ThreadPoolExecutor
 
@@ -112,6 +113,7 @@ class Trials:
             yield Fault(f"all from {name} {number} on", every, tails=True, files=True)
             if name not in LOOKING:
                 yield Fault(f"kill at {name} {number}", [f"{name}:signal=KILL:when={number}"], tails=True, files=True)
+                yield Fault(f"interrupt at {name} {number}", [f"{name}:signal=INT:when={number}"])
 
     def chosen(self):
         """Of calls that only look, or of one name, one after the other: the first and the last."""
@@ -126,7 +128,7 @@ class Trials:
         trace = "trace=" + ",".join(sorted({injection.partition(":")[0] for injection in fault.injections}))
         outcome = self.run("strace", "-qq", "-o", log, "-e", trace, *injections)
         text = log.read_text(errors="replace")
-        failed = set(re.findall(r"^(\w+)\(.*INJECTED", text, re.M)) | ({"kill"} if "SIGKILL" in text else set())
+        failed = set(re.findall(r"^(\w+)\(.*INJECTED", text, re.M)) | set(re.findall("SIGKILL|SIGINT", text))
         self.met.update(failed)
         return self.objection(fault, failed, *outcome)
 
@@ -151,7 +153,10 @@ class Trials:
             others = {path: content for path, content in others.items() if path in self.others or not LEFT_BY_THE_DEAD.search(path)}
         if not failed:
             return f"{self.name}, {fault.name}: never happened"
-        if status < 0 and "kill" not in failed:
+        interrupted = "SIGINT" in failed and status in (-signal.SIGINT, 128 + signal.SIGINT)
+        if "SIGINT" in failed and not interrupted and status != 0:
+            return f"{self.name}, {fault.name}: status {status}"
+        if status < 0 and not interrupted and "SIGKILL" not in failed:
             return f"{self.name}, {fault.name}: died of signal {-status}"
         if others != (self.others if status == 0 else self.found) and not (fault.files and others in (self.found, self.others)):
             return f"{self.name}, {fault.name}: status {status}, files {sorted(set(others.items()) ^ set(self.others.items()))}"

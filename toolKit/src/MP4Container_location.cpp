@@ -46,7 +46,7 @@ bool putPacket(const Container& container, Plan& plan, const std::string& packet
         return refuse(container.path, reason);
     }
     plan.resize(container.root->children.back().get(), 0); // an open-ended last box is the last no longer
-    plan.replace(container.root->boxSize, container.root->boxSize, std::move(box));
+    plan.append(std::move(box));
     return true;
 }
 

@@ -149,6 +149,11 @@ uint64_t Plan::endOfChildren(const NestedBox& parent) {
     return at;
 }
 
+void Plan::append(ByteArray bytes) {
+    appends = true;
+    replace(tree.end(), tree.end(), std::move(bytes));
+}
+
 void Plan::exchange(const BOX& child, ByteArray bytes) {
     resize(child.parent, distance(child.boxSize, bytes.size()));
     if (child.parent != nullptr && child.end() > child.parent->end()) {
@@ -158,7 +163,7 @@ void Plan::exchange(const BOX& child, ByteArray bytes) {
 }
 
 bool Plan::changesOnly(uint64_t from, uint64_t to) const {
-    return stretches.empty() && std::all_of(said.begin(), said.end(), [&](const Change& change) {
+    return stretches.empty() && !appends && std::all_of(said.begin(), said.end(), [&](const Change& change) {
                return from <= change.from && change.to <= to;
            });
 }

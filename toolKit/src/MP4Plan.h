@@ -140,6 +140,8 @@ public:
     /// A new last child.
     void addTo(const NestedBox& parent, ByteArray bytes);
     void addTo(const NestedBox& parent, uint64_t size, Writer write);
+    /// Behind all that the tree describes; to be said last.
+    void append(ByteArray bytes);
     /// `bytes` in the place of a box.
     void exchange(const BOX& child, ByteArray bytes);
 
@@ -199,7 +201,8 @@ private:
     [[nodiscard]] bool isDropped(uint64_t offset) const;
 
     const NestedBox& tree;
-    uint64_t begin = 0; ///< where the first byte will lie
+    bool appends = false; ///< whether the file gets something behind its last box
+    uint64_t begin = 0;   ///< where the first byte will lie
     std::vector<Stretch> stretches;
     std::deque<Change> said;    ///< what the edit asks for
     std::deque<Change> follows; ///< numbers that follow from it
