@@ -34,9 +34,9 @@ endif()
 # Makes a library of this project one for others: known as Pellmor::<name>, installed as lib<file> with the
 # public headers, which lie in <base> and are found as "Header.h" and as <pellmor/Header.h>.
 #
-#   pellmor_publish(<name> OUTPUT_NAME <file> BASE <base> HEADERS <header>...)
+#   pellmor_publish(<name> OUTPUT_NAME <file> BASE <base> HEADERS <header>... [HIDDEN <namespace>::<class>...])
 function(pellmor_publish name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "OUTPUT_NAME;BASE" "HEADERS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "OUTPUT_NAME;BASE" "HEADERS;HIDDEN")
   add_library(Pellmor::${name} ALIAS ${name})
   # What is public may change with every minor version: members are part of it.
   set_target_properties(${name} PROPERTIES
@@ -67,12 +67,14 @@ function(pellmor_publish name)
 
   if(BUILD_SHARED_LIBS)
     # A shared library shows what the public headers declare, and nothing else. Each source sees them first
-    # under default visibility, so that none of them has to mark its declarations.
+    # under default visibility, so that none of them has to mark its declarations; behind those of private
+    # classes that they name as friends.
     set(face ${CMAKE_CURRENT_BINARY_DIR}/${name}-face.h)
     list(TRANSFORM arg_HEADERS REPLACE "(.+)" "#include \"${CMAKE_CURRENT_SOURCE_DIR}/${arg_BASE}/\\1\"" OUTPUT_VARIABLE lines)
     list(JOIN lines "\n" lines)
+    string(REGEX REPLACE "([^:;]+)::([^:;]+);?" "namespace \\1 { class \\2; }\n" hidden "${arg_HIDDEN}")
     file(CONFIGURE OUTPUT ${face}
-      CONTENT "#pragma once\n#pragma GCC visibility push(default)\n@lines@\n#pragma GCC visibility pop\n" @ONLY)
+      CONTENT "#pragma once\n@hidden@#pragma GCC visibility push(default)\n@lines@\n#pragma GCC visibility pop\n" @ONLY)
     target_compile_options(${name} PRIVATE -include ${face})
     set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
   endif()

@@ -15,6 +15,7 @@
 #include "Check.h"
 #include "GPSInfo.h"
 #include "MP4Box_avcc.h"
+#include "SlamMetaData.h"
 #include "Tree.h"
 
 namespace edit {
@@ -488,9 +489,15 @@ std::string jsonOf(const Facts& facts) {
                                  {"channels", facts.spatialSound->channels},
                                  {"bytes", facts.spatialSound->bytes}};
     }
-    for (const char* const kind : {"map", "walk", "around", "xmp", "axis", "spherical"}) {
+    const auto tell = [&](const char* kind) {
         const Facts::Payload* const payload = facts.payload(kind);
         json[kind] = payload != nullptr ? Json(payload->bytes) : Json();
+    };
+    for (const SlamKind& kind : SlamKind::all) {
+        tell(kind.name);
+    }
+    for (const char* const kind : {"xmp", "axis", "spherical"}) {
+        tell(kind);
     }
     json["leftover"] = facts.leftover;
     return textOf(json) + "\n";

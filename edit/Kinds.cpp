@@ -1,19 +1,17 @@
 // What a recording carries beside sound and pictures, kind by kind: got, put and removed.
 
 #include <algorithm>
-#include <array>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
-#include "AroundData.h"
 #include "ByteOrder.h"
 #include "Commands.h"
 #include "Input.h"
 #include "Kinds.h"
-#include "MapData.h"
 #include "Output.h"
+#include "SlamMetaData.h"
 #include "Tree.h"
-#include "WalkData.h"
 
 namespace edit {
 
@@ -21,16 +19,18 @@ namespace {
 
 using MP4::Container;
 
-const std::array<Kind, 7>& kinds() {
-    static const std::array<Kind, 7> table{{
-        {"map", "uuid", MapData().uuid},
-        {"walk", "uuid", WalkData().uuid},
-        {"around", "uuid", AroundData().uuid},
-        {"xmp", "uuid", MP4::XMP::_UUID, true},
-        {"axis", "uuid", MP4::AXIS::_UUID},
-        {"spherical", "moov.trak.uuid", MP4::SphericalXML::_UUID, true},
-        {"udta", "moov.udta"},
-    }};
+const std::vector<Kind>& kinds() {
+    static const std::vector<Kind> table = [] {
+        std::vector<Kind> all;
+        for (const SlamKind& kind : SlamKind::all) {
+            all.push_back({kind.name, "uuid", kind.identity});
+        }
+        all.push_back({"xmp", "uuid", MP4::XMP::_UUID, true});
+        all.push_back({"axis", "uuid", MP4::AXIS::_UUID});
+        all.push_back({"spherical", "moov.trak.uuid", MP4::SphericalXML::_UUID, true});
+        all.push_back({"udta", "moov.udta"});
+        return all;
+    }();
     return table;
 }
 

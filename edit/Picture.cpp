@@ -9,6 +9,7 @@
 #include "Check.h"
 #include "Info.h"
 #include "PicturePage.h"
+#include "SlamMetaData.h"
 
 namespace edit {
 
@@ -28,12 +29,10 @@ const char* colourOf(const BOX& box, const Former& former) {
         return "hole";
     }
     if (const auto* const payload = MP4::as<MP4::UUID>(box)) {
-        const char* const kind = kindOf(payload->usertype);
-        const std::string name = kind != nullptr ? kind : "";
-        return name.empty()                                          ? "other"
-               : name == "map" || name == "walk" || name == "around" ? "slam"
-               : payload->is(MP4::SpatialData::_UUID)                ? "sound"
-                                                                     : "text";
+        return kindOf(payload->usertype) == nullptr         ? "other"
+               : SlamKind::of(payload->usertype) != nullptr ? "slam"
+               : payload->is(MP4::SpatialData::_UUID)       ? "sound"
+                                                            : "text";
     }
     switch (box.tag) {
     case fourcc("mdat"):

@@ -8,11 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "AroundData.h"
 #include "ByteOrder.h"
 #include "MP4Box_avcc.h"
-#include "MapData.h"
-#include "WalkData.h"
+#include "SlamMetaData.h"
 
 namespace edit {
 
@@ -150,10 +148,10 @@ std::string identityText(const MP4::Usertype& identity) {
 }
 
 const char* kindOf(const MP4::Usertype& identity) {
-    static const std::array<std::pair<MP4::Usertype, const char*>, 7> kinds{{
-        {MapData().uuid, "map"},
-        {WalkData().uuid, "walk"},
-        {AroundData().uuid, "around"},
+    if (const SlamKind* const slam = SlamKind::of(identity)) {
+        return slam->name;
+    }
+    static constexpr std::array<std::pair<MP4::Usertype, const char*>, 4> kinds{{
         {MP4::XMP::_UUID, "xmp"},
         {MP4::AXIS::_UUID, "axis"},
         {MP4::SphericalXML::_UUID, "spherical"},

@@ -14,13 +14,11 @@
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
 
-#include "AroundData.h"
 #include "Brisa/BrisaConsole.h"
 #include "GPSInfo.h"
 #include "Info.h"
 #include "MP4Container.h"
-#include "MapData.h"
-#include "WalkData.h"
+#include "SlamMetaData.h"
 
 namespace py = pybind11;
 using MP4::Container;
@@ -79,54 +77,36 @@ void on(const Path& path, bool edit, const std::function<bool(Container&)>& work
     }
 }
 
-const MP4::Usertype& identityOf(const std::string& kind) {
-    static const std::array<std::pair<const char*, SlamMetaData>, 3> kinds{
-        {{"map", MapData()}, {"walk", WalkData()}, {"around", AroundData()}}};
-    for (const auto& [name, record] : kinds) {
-        if (kind == name) {
-            return record.uuid;
-        }
+SlamMetaData recordOf(const std::string& name) {
+    if (const SlamKind* const kind = SlamKind::named(name)) {
+        return SlamMetaData(*kind);
     }
-    throw py::value_error("a kind is 'map', 'walk' or 'around', not '" + kind + "'");
+    throw py::value_error("a kind is 'map', 'walk' or 'around', not '" + name + "'");
 }
 
-MP4::UUID* payloadBox(Container& container, const MP4::Usertype& identity) {
-    for (const auto& box : container.root->children) {
-        auto* const uuid = MP4::as<MP4::UUID>(box.get());
-        if (uuid != nullptr && uuid->is(identity)) {
-            return uuid;
-        }
+/// Bytes of Python's that are about to be filled, before anybody else sees them.
+py::bytes roomFor(uint64_t size) {
+    auto room =
+        py::reinterpret_steal<py::bytes>(PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(size)));
+    if (!room) {
+        throw py::error_already_set();
     }
-    return nullptr;
+    return room;
 }
 
 py::bytes getPayload(const Path& path, const std::string& kind) {
-    const MP4::Usertype& identity = identityOf(kind);
+    const SlamMetaData record = recordOf(kind);
     std::optional<py::bytes> data;
     on(path, false, [&](Container& container) {
-        const MP4::UUID* const box = payloadBox(container, identity);
-        if (box == nullptr) {
-            return true;
-        }
-        const uint64_t before = box->headerSize() + identity.size();
-        const uint64_t size = box->boxSize - before;
-        if (box->end() > container.root->boxSize) {
-            Brisa::Console::err(L"MP4: the file ends before the payload.\n");
-            return false;
-        }
-        char* room = nullptr;
-        {
-            const py::gil_scoped_acquire hold;
-            data = py::reinterpret_steal<py::bytes>(
-                PyBytes_FromStringAndSize(nullptr, static_cast<Py_ssize_t>(size)));
-            if (!*data) {
-                throw py::error_already_set();
+        bool whole = true;
+        record.openInMp4(container, [&](const SlamPayload& payload) {
+            char* room = nullptr;
+            {
+                const py::gil_scoped_acquire hold;
+                data = roomFor(payload.length());
+                room = PyBytes_AS_STRING(data->ptr());
             }
-            room = PyBytes_AS_STRING(data->ptr()); // filled before anybody else sees it
-        }
-        bool whole = false;
-        container.open([&](Brisa::FileIO& file) {
-            whole = file.seek_set(box->offset + before) && file.readAll(room, size) == size;
+            whole = payload.readTo(room);
         });
         return whole;
     });
@@ -156,35 +136,27 @@ private:
 };
 
 void putPayload(const Path& path, const std::string& kind, const py::object& data, bool replace) {
-    const MP4::Usertype& identity = identityOf(kind);
+    const SlamMetaData record = recordOf(kind);
     const Bytes bytes(data);
-    if (bytes.size() == 0 || bytes.size() > UINT32_MAX - MP4::UUID::prefixSize) {
-        throw py::value_error("a payload has 1 to 4,294,967,271 bytes");
+    if (bytes.size() == 0 || bytes.size() > SlamMetaData::longestPayload) {
+        throw py::value_error("a payload has 1 to " + std::to_string(SlamMetaData::longestPayload) +
+                              " bytes");
     }
     on(path, true, [&](Container& container) {
-        const auto write = [&](Brisa::FileIO& file) {
-            return file.writeAll(identity.data(), identity.size()) == identity.size() &&
-                   file.writeAll(bytes.data(), bytes.size()) == bytes.size();
-        };
-        const ByteArray header = MP4::headerOf(MP4::fourcc("uuid"), identity.size() + bytes.size());
-        MP4::UUID* const old = payloadBox(container, identity);
-        if (old == nullptr) {
-            return container.append(header, write);
-        }
-        if (!replace) {
+        if (!replace && record.dataExists(container)) {
             fail(path, EEXIST);
         }
-        return container.replaceBox(*old, header, write);
+        return record.writeToMp4(container, {bytes.data(), bytes.size()}, replace) !=
+               SlamMetaData::Put::failed;
     });
 }
 
 void removePayload(const Path& path, const std::string& kind) {
-    const MP4::Usertype& identity = identityOf(kind);
+    const SlamMetaData record = recordOf(kind);
     bool there = false;
     on(path, true, [&](Container& container) {
-        MP4::UUID* const box = payloadBox(container, identity);
-        there = box != nullptr;
-        return !there || container.removeBox(*box);
+        there = record.dataExists(container);
+        return !there || record.removeFromMp4(container);
     });
     if (!there) {
         throw py::key_error(kind);

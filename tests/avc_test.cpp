@@ -233,6 +233,10 @@ Bytes lying(Bytes content, uint32_t size) {
 }
 
 const auto mark = edit(&MP4::Container::appendFullRangeAndConstrainedSet1Flag, true);
+bool markAndKeep(MP4::Container& container) {
+    container.keepUserData = true;
+    return mark(container);
+}
 const auto replaceUdta = edit(&MP4::Container::replaceUdta, 7ULL, arrayOf(fresh));
 
 } // namespace
@@ -247,6 +251,8 @@ INSTANTIATE_TEST_SUITE_P(
                     EditCase{"SameSize", mark, movie(0, unmarked, 9, {}) + media, movie(1, marked, 9, {}) + media, line},
                     EditCase{"UserDataGivesWay", mark, movie(0, none, 9, {between, box("udta", {Bytes(92, 'u')}), box("free")}) + media,
                              movie(1, newVui, 9, {between, box("free", {zeros(92 - grown)}), box("free")}) + media, line},
+                    EditCase{"UserDataStays", markAndKeep, movie(0, none, 9, {old, box("free")}) + media,
+                             movie(1, newVui, 9 + grown, {old, box("free")}) + media, line},
                     EditCase{"UserDataTooSmall", mark, media + movie(0, none, 8, {box("udta")}), media + movie(1, newVui, 8, {box("udta")}),
                              line},
                     EditCase{"ConfigurationBeyondItsBoxes", mark, lying(movie(0, none, 9, {old}), 0xF0000000), "", "failed",

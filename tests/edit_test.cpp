@@ -10,14 +10,6 @@ using MP4::BinFile;
 using MP4::BOX;
 using MP4::Container;
 
-namespace {
-
-std::string narrow(const std::wstring& path) {
-    return {path.begin(), path.end()};
-}
-
-} // namespace
-
 TEST_P(Edit, ChangesWhatItSaysAndNothingElse) {
     const auto& [name, change, before, after, text, reason] = GetParam();
     const Scratch scratch;
@@ -39,43 +31,6 @@ TEST_P(Edit, ChangesWhatItSaysAndNothingElse) {
 }
 
 // ---- The engine ------------------------------------------------------------------------------------
-
-namespace {
-
-/// A rewrite of three steps, of which the named one fails; `called` gets the names of those that ran.
-bool rewriteWith(Container& container, const std::string& failing, std::string& called) {
-    const auto step = [&](const std::string& name) { return (called += name) != "" && failing != name; };
-    return container.modifyContainer(
-        L"test",
-        [&](BinFile& from, BinFile& to, unsigned long long& parsed) { return (parsed = from.copyTo(to, 8)) == 8 && step("copy "); },
-        [&](Container&, BinFile&) { return step("first "); }, [&](Container&, BinFile&) { return step("second "); });
-}
-
-} // namespace
-
-TEST(Rewrite, EndsAtTheFirstStepThatFails) {
-    const std::string all = "copy first second ";
-    for (const std::string failing : {"copy ", "first ", "second ", ""}) {
-        for (const bool beside : {false, true}) {
-            const Scratch scratch;
-            const auto path = scratch.file(box("free"));
-            const auto output = scratch / "out.mp4";
-            Container container;
-            ASSERT_TRUE(container.attach(path));
-            container.outputPath = beside ? output.c_str() : nullptr;
-            std::string called;
-            const auto [out, err] = printed([&] { EXPECT_EQ(rewriteWith(container, failing, called), failing.empty()); });
-            const bool done = failing.empty();
-            EXPECT_EQ(called, all.substr(0, done ? all.size() : all.find(failing) + failing.size()));
-            const std::string names = narrow(path) + " to " + (beside ? narrow(output) : narrow(path) + ".tmp.mp4");
-            EXPECT_EQ(out, done ? "" : "Container::modifyContainer::test(" + names + ") failed.\n");
-            EXPECT_EQ(contentOf(path), box("free"));
-            EXPECT_EQ(scratch.count(), done && beside ? 2U : 1U);
-            EXPECT_EQ(container.path, done && beside ? output : path);
-            EXPECT_EQ(container.outputPath == nullptr, done || !beside);
-        }
-    }
-}
 
 TEST(Rewrite, HarmsNoOtherFile) {
     const Bytes before = cat({box("mdat"), box("moov", {track({stco({8})})})});
@@ -135,18 +90,61 @@ TEST(Rewrite, HarmsNoOtherFile) {
     EXPECT_EQ(contentOf(path), after + uuidBox(MP4::XMP::_UUID));
 }
 
+TEST(Rewrite, LosesNothingThatOthersDoMeanwhile) {
+    const Scratch scratch;
+    const auto path = scratch.file(box("free"));
+    const Bytes theirs = box("skip", {"theirs"});
+    using Meanwhile = std::function<bool()>;
+    const Meanwhile write = [&] { return !scratch.file(theirs).empty(); };
+    const Meanwhile rename = [&] { return Brisa::FileIO::rename(scratch.file(theirs, "other"), path); };
+    const auto append = [](Container& container, const Meanwhile& meanwhile) {
+        return container.append(arrayOf(u32(8) + "uuid"), [&](Brisa::FileIO&) { return meanwhile(); });
+    };
+    const auto rewrite = [](Container& container, const Meanwhile& meanwhile) {
+        const auto step = [](Container&, BinFile&) { return true; };
+        return container.modifyContainer(
+            L"test", [&](BinFile& from, BinFile& to, unsigned long long&) { return from.copyTo(to, 8) == 8 && meanwhile(); }, step, step);
+    };
+    struct Case {
+        std::function<bool(Container&, const Meanwhile&)> edit;
+        Meanwhile meanwhile;
+        const char* words;
+    };
+    for (const auto& [edit, meanwhile, words] :
+         {Case{append, rename, "another file took its place"}, {rewrite, rename, "wrote to it"}, {rewrite, write, "wrote to it"}}) {
+        Container container;
+        ASSERT_TRUE(container.attach(scratch.file(box("free"))));
+        const auto told = printed([&, &run = edit, &disturb = meanwhile] { EXPECT_FALSE(run(container, disturb)); });
+        EXPECT_NE(told.err.find(words), std::string::npos) << told.err;
+        EXPECT_EQ(contentOf(path), theirs);
+        EXPECT_EQ(scratch.count(), 1U);
+    }
+    // One that waits for a lock gets the file that is there when it is free.
+    auto holder = std::make_unique<Brisa::FileIO>(path, 'r');
+    EXPECT_TRUE(holder->lock());
+    const Brisa::Watch watch([&](uint64_t) {
+        EXPECT_TRUE(holder == nullptr || rename());
+        holder.reset();
+        return true;
+    });
+    Container container;
+    EXPECT_TRUE(container.claim(path) && container.appendXMP(""));
+    EXPECT_EQ(contentOf(path), theirs + uuidBox(MP4::XMP::_UUID));
+}
+
 namespace {
 
-/// An edit that puts 8 bytes behind the second box, or in its place, and leaves the rest to its caller.
-template <bool replace>
-bool insert(Container& container) {
-    const uint64_t expected = replace ? container.root->children[1]->offset : container.root->children[1]->end();
-    bool parsedSoFar = false;
-    return container.insertBox(
-               L"test", *container.root->children[1], replace, [](BinFile& file) { return file.writeAll("\0\0\0\x08new ", 8) == 8; },
-               [&](Container& written, BinFile&) { return parsedSoFar = written.root->boxSize == expected; },
-               [&](Container& written, BinFile&) { return written.root->children.size() == (replace ? 3U : 4U); }) &&
-           parsedSoFar;
+/// An edit that puts 8 bytes behind the second box, and whose last step may fail.
+std::function<bool(Container&)> insert(bool works) {
+    return [works](Container& container) {
+        BOX& second = *container.root->children[1];
+        uint64_t parsed = 0;
+        return container.insertBox(
+                   L"test", second, false, [](BinFile& file) { return file.writeAll("\0\0\0\x08new ", 8) == 8; },
+                   [&](Container& written, BinFile&) { return (parsed = written.root->boxSize) == second.end(); },
+                   [&](Container& written, BinFile&) { return works && written.root->children.size() == 4; }) &&
+               parsed != 0;
+    };
 }
 
 /// An edit in place that shifts every chunk offset, or changes the sizes of a box and those around it.
@@ -157,7 +155,9 @@ std::function<bool(Container&)> shift(long long by) {
 }
 std::function<bool(Container&)> resize(long long by) {
     return [by](Container& container) {
-        const auto step = [&](BinFile& file) { return container.modifyBoxSize(file, *container.root->first("moov.trak.mdia"), by); };
+        Container other; // a caller's own tree of the same file
+        other.attach(container.path);
+        const auto step = [&](BinFile& file) { return container.modifyBoxSize(file, *other.root->first("moov.trak.mdia"), by); };
         return container.modifyContainer(L"test", step);
     };
 }
@@ -190,22 +190,18 @@ const Bytes boasting = box("moov", {track({stco({1}), fullBox("stco", 0, {u32(2)
 
 INSTANTIATE_TEST_SUITE_P(
     Engine, Edit,
-    testing::Values(EditCase{"InsertBehind", insert<false>, cat({box("free"), box("skip", {"abc"}), box("mdat")}),
+    testing::Values(EditCase{"InsertBehind", insert(true), cat({box("free"), box("skip", {"abc"}), box("mdat")}),
                              cat({box("free"), box("skip", {"abc"}), box("new "), box("mdat")})},
-                    EditCase{"InsertInPlace", insert<true>, cat({box("free"), box("skip", {"abc"}), box("mdat")}),
-                             cat({box("free"), box("new "), box("mdat")})},
-                    EditCase{"InsertBeforeFragments", insert<false>, cat({box("free"), box("skip"), box("moof")}), "", failed,
+                    EditCase{"InsertInVain", insert(false), cat({box("free"), box("skip"), box("mdat")}), "", failed},
+                    EditCase{"InsertBeforeFragments", insert(true), cat({box("free"), box("skip"), box("moof")}), "", failed,
                              "movie fragments"},
                     EditCase{"ShiftBothWidths", shift(10), tables({48, 100}, {1ULL << 33}), tables({58, 110}, {(1ULL << 33) + 10})},
-                    EditCase{"ShiftBack", shift(-8), tables({48}, {~0ULL}), tables({40}, {~0ULL - 8})},
                     EditCase{"ShiftLongTables", shift(7), longTables(0), longTables(7)},
                     EditCase{"ShiftNoTable", shift(1), box("moov", {track({})}), "", failed},
                     EditCase{"ShiftOutOf32Bits", shift(6), tables({1, ~0U - 5}, {1}), "", failed, "does not fit 32 bits"},
                     EditCase{"ShiftOutOf64Bits", shift(6), tables({1}, {~0ULL - 5}), "", failed, "does not fit 64 bits"},
-                    EditCase{"ShiftBelowZero", shift(-6), tables({10, 5}, {10}), "", failed, "does not fit 32 bits"},
-                    EditCase{"SizesGrow", resize(5), sizes(0), sizes(5)}, EditCase{"SizesShrink", resize(-3), sizes(0), sizes(-3)},
+                    EditCase{"SizesGrow", resize(5), sizes(0), sizes(5)},
                     EditCase{"SizeBeyond32Bits", resize((1LL << 32) - 30), sizes(0), "", failed, "size"},
-                    EditCase{"SizeBelowTheHeader", resize(-4), sizes(0), "", failed, "size"},
                     EditCase{"CountBeyondTheBox", shift(1), boasting, "", failed, "has no room for its 2 entries"}),
     nameOf<EditCase>);
 
@@ -218,14 +214,6 @@ const auto moovFirst = edit(&Container::moovFirst);
 const Bytes ftyp = box("ftyp", {"isom", u32(512)});
 const Bytes packet = uuidBox(MP4::XMP::_UUID, {"packet"});
 const auto moved = static_cast<uint32_t>(tables({1, 2}, {3}).size());
-
-const Bytes manyBoxes = [] {
-    Bytes boxes;
-    for (int i = 0; i < 300; ++i) {
-        boxes += box("free");
-    }
-    return boxes;
-}();
 
 /// A movie whose headers, of each form that there is, have this creation time.
 Bytes timed(uint64_t time) {
@@ -240,29 +228,27 @@ Bytes timed(uint64_t time) {
 
 INSTANTIATE_TEST_SUITE_P(
     MoovFirst, Edit,
-    testing::Values(
-        EditCase{"Served", moovFirst, cat({ftyp, box("mdat", {"0123abcd"}), tables({24, 999}, {24}), packet}),
-                 cat({ftyp, tables({24 + moved, 999 + moved}, {24 + moved}), box("mdat", {"0123abcd"}), packet})},
-        EditCase{"SeveralMediaBoxes", moovFirst,
-                 cat({box("mdat", {"0123"}), box("mdat", {"abcd"}), tables({8, 20}, {24 + moved + 8}), box("mdat", {"wxyz"}), zeros(5)}),
-                 cat({tables({8 + moved, 20 + moved}, {24 + moved + 8}), box("mdat", {"0123"}), box("mdat", {"abcd"}),
-                      box("mdat", {"wxyz"}), zeros(5)})},
-        EditCase{"OpenEndedMovie", moovFirst, cat({box("mdat", {"0123"}), withSize(tables({8, 8}, {8}), 0)}),
-                 cat({tables({8 + moved, 8 + moved}, {8 + moved}), box("mdat", {"0123"})})},
-        EditCase{"CutOff", moovFirst, cat({box("mdat"), tables({8, 8}, {8}), withSize(box("free"), 9)}), "", failed, "cut off"},
-        EditCase{"Fragments", moovFirst, cat({box("mdat"), tables({8, 8}, {8}), box("moof")}), "", failed, "movie fragments"},
-        EditCase{"TableInABoxTooSmall", moovFirst, cat({box("mdat"), box("moov", {track({stco({8})}), withSize(track({stco({8})}), 110)})}),
-                 "", failed, "is damaged"},
-        EditCase{"TableInTheWrongBox", moovFirst, cat({box("mdat"), box("moov", {track({stco({8})}), box("trak", {box("minf")})})}), "",
-                 failed, "is damaged"},
-        EditCase{"OtherOffsets", moovFirst,
-                 cat({box("mdat", {zeros(8)}), box("moov", {track({stco({8}), fullBox("saio", 0, {u32(1), u32(12)})})})}), "", failed,
-                 "cannot be corrected"},
-        EditCase{"MoreHeadersThanBytes", moovFirst,
-                 cat({box("mdat"), box("moov", {track({stco({8})}), withSize(box("trak"), 3000)}), manyBoxes}), "", failed, "parsed whole"},
-        EditCase{"AlreadyFirst", moovFirst, cat({ftyp, tables({8}, {8}), box("mdat")}), "", refused},
-        EditCase{"NoMedia", moovFirst, tables({8}, {8}), "", refused},
-        EditCase{"CreationTimes", edit(&Container::updateTimeStamp, 0x1'2233'4455ULL), timed(1), timed(0x1'2233'4455)}),
+    testing::Values(EditCase{"Served", moovFirst, cat({ftyp, box("mdat", {"0123abcd"}), tables({24, 999}, {24}), packet}),
+                             cat({ftyp, tables({24 + moved, 999 + moved}, {24 + moved}), box("mdat", {"0123abcd"}), packet})},
+                    EditCase{"SeveralMediaBoxes", moovFirst,
+                             cat({box("mdat", {"0123"}), box("mdat", {"abcd"}), tables({8, 20}, {24 + moved + 8}), box("mdat", {"wxyz"}),
+                                  zeros(5)}),
+                             cat({tables({8 + moved, 20 + moved}, {24 + moved + 8}), box("mdat", {"0123"}), box("mdat", {"abcd"}),
+                                  box("mdat", {"wxyz"}), zeros(5)})},
+                    EditCase{"OpenEndedMovie", moovFirst, cat({box("mdat", {"0123"}), withSize(tables({8, 8}, {8}), 0)}),
+                             cat({tables({8 + moved, 8 + moved}, {8 + moved}), box("mdat", {"0123"})})},
+                    EditCase{"CutOff", moovFirst, cat({box("mdat"), tables({8, 8}, {8}), withSize(box("free"), 9)}), "", failed, "cut off"},
+                    EditCase{"Fragments", moovFirst, cat({box("mdat"), tables({8, 8}, {8}), box("moof")}), "", failed, "movie fragments"},
+                    EditCase{"TableInTheWrongBox", moovFirst,
+                             cat({box("mdat"), box("moov", {track({stco({8})}), box("trak", {box("minf")})})}), "", failed, "is damaged"},
+                    EditCase{"OtherOffsets", moovFirst,
+                             cat({box("mdat", {zeros(8)}), box("moov", {track({stco({8}), fullBox("saio", 0, {u32(1), u32(12)})})})}), "",
+                             failed, "cannot be corrected"},
+                    EditCase{"MoreHeadersThanBytes", moovFirst,
+                             cat({box("mdat"), box("moov", {track({stco({8})}), withSize(box("trak"), 3000)}), repeated(box("free"), 300)}),
+                             "", failed, "parsed whole"},
+                    EditCase{"AlreadyFirst", moovFirst, cat({ftyp, tables({8}, {8}), box("mdat")}), "", refused},
+                    EditCase{"CreationTimes", edit(&Container::updateTimeStamp, 0x1'2233'4455ULL), timed(1), timed(0x1'2233'4455)}),
     nameOf<EditCase>);
 
 // ---- What moves with what ---------------------------------------------------------------------------
@@ -307,10 +293,18 @@ auto withReference(uint8_t flags) {
     return [flags](const Bytes& table, bool edited) { return film(table, edited, {}, reference(flags)); };
 }
 
-/// Where an item lies, by an offset in the file.
-auto withItemAt(uint32_t offset) {
-    const Bytes item = fullBox("iloc", 0, {u16(0x4400), u16(1), u16(1), u16(0), u16(1), u32(offset), u32(1)});
-    return [item](const Bytes& table, bool edited) { return film(table, edited, {box("meta", {u32(0), item})}); };
+/// Where an item lies, by an offset in the file; the boxes of these types are around what tells it.
+auto withItemAt(uint32_t offset, std::initializer_list<const char*> around = {}) {
+    Bytes item = box("meta", {u32(0), fullBox("iloc", 0, {u16(0x4400), u16(1), u16(1), u16(0), u16(1), u32(offset), u32(1)})});
+    for (const char* const type : around) {
+        item = box(type, {item});
+    }
+    return [item](const Bytes& table, bool edited) { return film(table, edited, {item}); };
+}
+
+/// Of a file whose movie has an item, the place of the first sample, around which there are so many boxes.
+uint32_t firstSample(uint32_t levels) {
+    return static_cast<uint32_t>(film(stco({0}), false, {zeros(42 + 8 * levels)}).size() + 8);
 }
 
 const Bytes front = cat({ftyp, box("mdat", {"0123"})});
@@ -332,8 +326,9 @@ INSTANTIATE_TEST_SUITE_P(
                             [](const Bytes& table, bool edited) {
                                 return film(table, edited, {box("trak", {tkhd(1), zeros(40)}), box("trak")});
                             }),
-                    follows("ItemInMovingMedia", inMediaBox, true,
-                            withItemAt(static_cast<uint32_t>(film(stco({0}), false, {box("meta", {zeros(34)})}).size() + 8)), failed,
+                    follows("ItemOfTheMovie", inMediaBox, true, withItemAt(firstSample(0)), failed, "cannot be corrected"),
+                    follows("ItemOfATrack", inMediaBox, true, withItemAt(firstSample(1), {"trak"}), failed, "cannot be corrected"),
+                    follows("ItemInUserData", inMediaBox, true, withItemAt(firstSample(2), {"udta", "trak"}), failed,
                             "cannot be corrected"),
                     follows("ItemAtRest", inMediaBox, true, withItemAt(2)),
                     EditCase{"BecomesWide", moovFirst, cat({box("mdat", {"0123"}), tables({8, ~0U}, {8})}),

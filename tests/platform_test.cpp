@@ -3,10 +3,14 @@
 #include <cerrno>
 #include <chrono>
 #include <clocale>
+#include <csignal>
 #include <cwchar>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "Brisa/BrisaConsole.h"
 #include "Brisa/BrisaNewFile.h"
@@ -131,6 +135,26 @@ TEST(FileIO, StopsWhenTheWatchSaysNo) {
     EXPECT_THAT(told, testing::ElementsAre(block, block));
     const Brisa::Watch nobody({});
     EXPECT_EQ(transfer([&](FileIO& from, FileIO& to) { return from.copyTo(to, 5 * block); }), 5 * block);
+}
+
+TEST(FileIO, GoesOnBehindAShortWrite) {
+    const Scratch scratch;
+    const auto path = scratch / "pipe";
+    ASSERT_EQ(::mkfifo(narrow(path).c_str(), 0600), 0);
+    Bytes sent(300'000, 's'), received(sent.size(), 'r');
+    std::thread writer(
+        [&] { FileIO::open_w(path, [&](FileIO& pipe) { EXPECT_EQ(pipe.writeAll(sent.data(), sent.size()), sent.size()); }); });
+    FileIO reader(path, 's');
+    const int pipe = ::open(narrow(path).c_str(), O_RDONLY);
+    for (int waiting = 0; waiting < ::fcntl(pipe, F_GETPIPE_SZ); ::ioctl(pipe, FIONREAD, &waiting)) {
+        std::this_thread::yield();
+    }
+    std::signal(SIGUSR1, [](int) {});
+    ::pthread_kill(writer.native_handle(), SIGUSR1); // ends a write that waits for room with what it has written
+    ::close(pipe);
+    EXPECT_EQ(reader.readAll(received.data(), received.size()), sent.size());
+    writer.join();
+    EXPECT_EQ(received, sent);
 }
 
 TEST(FileIO, WaitsForALock) {

@@ -1,6 +1,7 @@
 // Spatial sound: stretches of it, and blocks carried from file to file.
 
 #include <cmath>
+#include <fstream>
 #include <limits>
 
 #include "SpatialSound.h"
@@ -61,11 +62,11 @@ const Bytes ftyp = box("ftyp", {"isom", u32(512)});
 constexpr uint64_t dataOffset = 16 + 24 + 8;
 
 /// A recording with all of the sound, described as an encoder might have done it.
-Bytes recording(bool wide = true, uint8_t version = 0) {
-    return ftyp +
-           block(samples(0, 5000), zatr(mdhd(version, 5000), {fullBox("stts", 0, {u32(2), u32(2000), u32(1), u32(3000), u32(1)}),
-                                                              fullBox("stsc", 0, {counted({1U, 5000U, 1U})}),
-                                                              fullBox("stsz", 0, {u32(8), u32(5000)}), chunkTable(wide, dataOffset, 1)}));
+Bytes recording(bool wide = true, uint8_t version = 0, uint64_t behind = 0) {
+    return ftyp + block(samples(0, 5000),
+                        zatr(mdhd(version, 5000), {fullBox("stts", 0, {u32(2), u32(2000), u32(1), u32(3000), u32(1)}),
+                                                   fullBox("stsc", 0, {counted({1U, 5000U, 1U})}), fullBox("stsz", 0, {u32(8), u32(5000)}),
+                                                   chunkTable(wide, behind + dataOffset, 1)}));
 }
 
 /// Another file, into which sound is carried; `record` is the content of its `ZDT9` box.
@@ -154,19 +155,36 @@ TEST(SpatialSound, IsDumpedAsItIs) {
 
 namespace {
 
-/// Carries all of the sound of a file, or its second second, into another.
-std::function<bool(Container&)> carry(const Bytes& from, bool whole) {
-    return [from, whole](Container& container) {
+/// Carries all of the sound of a file, or its second second, into another; in the source, the block may lie that much further behind.
+std::function<bool(Container&)> carry(const Bytes& from, bool whole, uint64_t behind = 0) {
+    return [from, whole, behind](Container& container) {
         const Scratch scratch;
-        const auto path = scratch.file(from);
+        const auto path = scratch.file(behind == 0 ? from : largeBox("free").replace(8, 8, u64(behind)));
+        if (behind != 0) {
+            std::filesystem::resize_file(path, behind);
+            std::ofstream(std::filesystem::path(path), std::ios::app) << from;
+        }
         SpatialSound sound;
         bool carried = whole || sound.attach(path, 1, 2);
         Brisa::FileIO::open(path, [&](Brisa::FileIO& source) {
-            carried = carried &&
-                      (whole ? container.appendSpatialData(source, 16, from.size() - 16) : container.trimSpatialData(source, 16, sound));
+            carried = carried && (whole ? container.appendSpatialData(source, behind + 16, from.size() - 16)
+                                        : container.trimSpatialData(source, behind + 16, sound));
         });
         return carried;
     };
+}
+
+bool carryBackwards(Container& container) {
+    SpatialSound sound;
+    const Scratch scratch;
+    EXPECT_TRUE(sound.attach(scratch.file(recording()), 1, 2));
+    std::swap(sound.startOffset, sound.endOffset);
+    bool carried = true;
+    EXPECT_NE(printed([&] {
+                  container.open([&](Brisa::FileIO& file) { carried = container.trimSpatialData(file, 16, sound); });
+              }).err.find("ahead of its start"),
+              std::string::npos);
+    return carried;
 }
 
 bool carryTwice(Container& container) {
@@ -174,6 +192,7 @@ bool carryTwice(Container& container) {
 }
 
 const uint64_t at = target(zeros(16)).size();
+constexpr uint64_t farOff = (uint64_t{1} << 32) + 5;
 const Bytes carriedWhole = [] {
     Bytes whole = recording().substr(16);
     return whole.replace(whole.find("co64") + 12, 8, u64(at + 32));
@@ -193,6 +212,11 @@ Bytes sound(uint64_t by) {
     return block("8 bytes.", rebuilt(48 + by, 0, 1));
 }
 
+/// The track of a block with this table, and nothing else.
+Bytes bare(const Bytes& table) {
+    return box("ZATR", {box("mdia", {box("minf", {box("stbl", {table})})})});
+}
+
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P(Spatial, Edit,
@@ -203,8 +227,27 @@ INSTANTIATE_TEST_SUITE_P(Spatial, Edit,
                                          EditCase{"Twice", carryTwice, target(zeros(16)),
                                                   target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000)),
                                                   "MP4: SpatialData is existed.\n"},
+                                         EditCase{"TrimmedBeyond4GiB", carry(recording(true, 0, farOff), false, farOff), target(zeros(16)),
+                                                  target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000))},
+                                         EditCase{"WholeBeyond4GiB", carry(recording(true, 0, farOff), true, farOff), target(zeros(16)),
+                                                  target(record(5000)) + carriedWhole},
+                                         EditCase{"Backwards", carryBackwards, target(zeros(16)), "", refused},
+                                         EditCase{"PointedToAgain", edit(&Container::overwriteSpatialDataOffset, 1000ULL),
+                                                  target(zeros(16)) + block("8 bytes.", bare(co64({1032}))),
+                                                  target(u64(at + 24) + u64(16)) + block("8 bytes.", bare(co64({at + 32})))},
                                          EditCase{"RecordBeyondItsBoxes", carry(recording(), false), recordBeyond, "", failed},
                                          EditCase{"NoChunkOffsets", carry(withoutTable, true), withSize(media, 0), "", failed},
                                          EditCase{"MovedByTheMovie", edit(&Container::moovFirst), media + sound(0) + movie(0),
                                                   movie(movie(0).size()) + media + sound(movie(0).size())}),
                          nameOf<EditCase>);
+
+TEST(SpatialSound, GetsAWiderTableBehind4GiB) {
+    const Scratch scratch;
+    const auto path = scratch.file(largeBox("free").replace(8, 8, u64(farOff)));
+    std::filesystem::resize_file(path, farOff);
+    Container container;
+    ASSERT_TRUE(container.attach(path) && carry(ftyp + block("8 bytes.", bare(stco({48, 50}))), true)(container));
+    Bytes appended(104, ' ');
+    std::ifstream(std::filesystem::path(path)).seekg(farOff).read(appended.data(), 104);
+    EXPECT_EQ(appended, block("8 bytes.", bare(co64({farOff + 32, farOff + 34}))));
+}

@@ -13,11 +13,9 @@
 
 #include <unistd.h>
 
-#include "AroundData.h"
 #include "Brisa/BrisaConsole.h"
 #include "Brisa/BrisaInterrupts.h"
-#include "MapData.h"
-#include "WalkData.h"
+#include "SlamMetaData.h"
 
 using Brisa::Console;
 using Brisa::FileIO;
@@ -119,9 +117,8 @@ bool areMistaken(const std::wstring& mp4Path, FileIO& side, const std::wstring& 
            refused(mapPath, L"is a recording and the other file is none: are they swapped?");
 }
 
-template <class Record>
-int readFromMp4File(const std::wstring& mp4Path, const std::wstring& mapPath) {
-    const Record record;
+int readFromMp4File(const SlamKind& kind, const std::wstring& mp4Path, const std::wstring& mapPath) {
+    const SlamMetaData record(kind);
     bool isWritten = false;
     bool isUnread = false;
     const auto copy = [&](const SlamPayload& payload) {
@@ -137,9 +134,8 @@ int readFromMp4File(const std::wstring& mp4Path, const std::wstring& mapPath) {
     return isWritten ? success : failed(L"mapFile write error.", mapFileWriteError);
 }
 
-template <class Record>
-int writeToMp4File(const std::wstring& mp4Path, const std::wstring& mapPath) {
-    Record record;
+int writeToMp4File(const SlamKind& kind, const std::wstring& mp4Path, const std::wstring& mapPath) {
+    SlamMetaData record(kind);
     FileIO side(mapPath, 's');
     const auto read = [&] {
         if (!side.isOpen()) {
@@ -171,18 +167,22 @@ int writeToMp4File(const std::wstring& mp4Path, const std::wstring& mapPath) {
 
 struct Command {
     const wchar_t* pattern; ///< what argument 1 begins with
-    int (*run)(const std::wstring& mp4Path, const std::wstring& mapPath);
+    const SlamKind& kind;
     bool writesMp4;
+
+    [[nodiscard]] int run(const std::wstring& mp4Path, const std::wstring& mapPath) const {
+        return (writesMp4 ? writeToMp4File : readFromMp4File)(kind, mp4Path, mapPath);
+    }
 };
 
 /// Command n of 1 to 6 is row n - 1.
 constexpr std::array<Command, 6> commands{{
-    {L"-kind:rmap", readFromMp4File<MapData>, false},
-    {L"-kind:wmap", writeToMp4File<MapData>, true},
-    {L"-kind:rwalk", readFromMp4File<WalkData>, false},
-    {L"-kind:wwalk", writeToMp4File<WalkData>, true},
-    {L"-kind:raround", readFromMp4File<AroundData>, false},
-    {L"-kind:waround", writeToMp4File<AroundData>, true},
+    {L"-kind:rmap", SlamKind::map, false},
+    {L"-kind:wmap", SlamKind::map, true},
+    {L"-kind:rwalk", SlamKind::walk, false},
+    {L"-kind:wwalk", SlamKind::walk, true},
+    {L"-kind:raround", SlamKind::around, false},
+    {L"-kind:waround", SlamKind::around, true},
 }};
 
 constexpr const wchar_t* usage = L"\n"

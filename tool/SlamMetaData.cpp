@@ -22,6 +22,12 @@ void resize(std::vector<unsigned char>& bytes, uint64_t size) {
     bytes.resize(size);
 }
 
+template <class Predicate>
+const SlamKind* firstOf(Predicate predicate) {
+    const auto found = std::find_if(SlamKind::all.begin(), SlamKind::all.end(), predicate);
+    return found == SlamKind::all.end() ? nullptr : &*found;
+}
+
 bool isNoPayload(const SlamPayload& payload) {
     if (payload.length() == 0) {
         Console::out(L"binData is empty.\n");
@@ -31,6 +37,14 @@ bool isNoPayload(const SlamPayload& payload) {
 
 } // namespace
 
+const SlamKind* SlamKind::named(std::string_view name) {
+    return firstOf([&](const SlamKind& kind) { return kind.name == name; });
+}
+
+const SlamKind* SlamKind::of(const MP4::Usertype& identity) {
+    return firstOf([&](const SlamKind& kind) { return kind.identity == identity; });
+}
+
 bool SlamPayload::writeTo(FileIO& destination) const {
     if (file == nullptr) {
         return destination.writeAll(memory, size) == size;
@@ -38,40 +52,44 @@ bool SlamPayload::writeTo(FileIO& destination) const {
     return file->seek_set(offset) && file->copyTo(destination, size) == size;
 }
 
-bool SlamPayload::readTo(std::vector<unsigned char>& room) const {
-    resize(room, size);
-    return readBlock(0, room.data(), size);
+bool SlamPayload::readTo(void* room) const {
+    return readBlock(0, room, size);
 }
 
-bool SlamPayload::readBlock(uint64_t at, unsigned char* block, uint64_t count) const {
+bool SlamPayload::readTo(std::vector<unsigned char>& room) const {
+    resize(room, size);
+    return readTo(room.data());
+}
+
+bool SlamPayload::readBlock(uint64_t at, void* block, uint64_t count) const {
     if (file == nullptr) {
-        std::copy_n(memory + at, count, block);
+        std::copy_n(memory + at, count, static_cast<unsigned char*>(block));
         return true;
     }
     return file->seek_set(offset + at) && file->readAll(block, count) == count;
 }
 
-bool SlamPayload::differs(const SlamPayload& other) const {
+std::optional<bool> SlamPayload::equals(const SlamPayload& other) const {
     if (size != other.size) {
-        return true;
+        return false;
     }
     const auto blocks = std::make_unique_for_overwrite<unsigned char[]>(2 * blockBytes);
     for (uint64_t at = 0; at < size; at += blockBytes) {
         const uint64_t count = std::min(blockBytes, size - at);
         if (!readBlock(at, &blocks[0], count) || !other.readBlock(at, &blocks[blockBytes], count)) {
-            return false;
+            return std::nullopt;
         }
         if (std::memcmp(&blocks[0], &blocks[blockBytes], count) != 0) {
-            return true;
+            return false;
         }
     }
-    return false;
+    return true;
 }
 
-const MP4::UUID* SlamMetaData::firstBox(const MP4::Container& container) const {
-    const MP4::UUID* found = nullptr;
+MP4::UUID* SlamMetaData::firstBox(const MP4::Container& container) const {
+    MP4::UUID* found = nullptr;
     container.find("uuid", [&](MP4::BOX& box) {
-        const auto* const candidate = MP4::as<MP4::UUID>(&box);
+        auto* const candidate = MP4::as<MP4::UUID>(&box);
         const bool matches =
             candidate != nullptr && candidate->is(uuid) && box.end() <= container.root->boxSize;
         found = matches ? candidate : nullptr;
@@ -85,6 +103,13 @@ SlamPayload SlamMetaData::payloadOf(const MP4::UUID& box, FileIO& file) const {
     return {file, box.offset + prefix, box.boxSize - prefix};
 }
 
+std::optional<bool> SlamMetaData::holds(const MP4::Container& container, const MP4::UUID& box,
+                                        const SlamPayload& payload) const {
+    std::optional<bool> same;
+    container.open([&](FileIO& file) { same = payload.equals(payloadOf(box, file)); });
+    return same;
+}
+
 bool SlamMetaData::dataExists(const MP4::Container& container) const {
     return firstBox(container) != nullptr;
 }
@@ -93,9 +118,11 @@ bool SlamMetaData::openInMp4(const std::wstring& mp4Path,
                              const std::function<void(const SlamPayload&)>& work) const {
     MP4::Container container;
     container.keepContents = false;
-    if (!container.attach(mp4Path)) {
-        return false;
-    }
+    return container.attach(mp4Path) && openInMp4(container, work);
+}
+
+bool SlamMetaData::openInMp4(const MP4::Container& container,
+                             const std::function<void(const SlamPayload&)>& work) const {
     const MP4::UUID* const box = firstBox(container);
     return box != nullptr && container.open([&](FileIO& file) { work(payloadOf(*box, file)); });
 }
@@ -147,32 +174,54 @@ bool SlamMetaData::fitsBox(uint64_t length) {
 }
 
 bool SlamMetaData::writeToMp4(std::wstring mp4Path) const {
-    return writeToMp4(mp4Path, SlamPayload(binData)) != Put::failed;
+    return writeToMp4(mp4Path, false);
 }
 
-SlamMetaData::Put SlamMetaData::writeToMp4(const std::wstring& mp4Path, const SlamPayload& payload) const {
+bool SlamMetaData::writeToMp4(std::wstring mp4Path, bool replace) const {
+    return writeToMp4(mp4Path, SlamPayload(binData), replace) != Put::failed;
+}
+
+SlamMetaData::Put SlamMetaData::writeToMp4(const std::wstring& mp4Path, const SlamPayload& payload,
+                                           bool replace) const {
     MP4::Container container;
     container.keepContents = false;
-    if (!container.claim(mp4Path)) {
-        return Put::failed;
-    }
-    if (const MP4::UUID* const box = firstBox(container)) {
+    return container.claim(mp4Path) ? writeToMp4(container, payload, replace) : Put::failed;
+}
+
+SlamMetaData::Put SlamMetaData::writeToMp4(MP4::Container& container, const SlamPayload& payload,
+                                           bool replace) const {
+    MP4::UUID* const box = firstBox(container);
+    if (box != nullptr && !replace) {
         tellExisting();
-        bool other = false;
-        container.open([&](FileIO& file) { other = payload.differs(payloadOf(*box, file)); });
-        return other ? Put::other : Put::there;
+        return holds(container, *box, payload) == false ? Put::other : Put::there;
     }
     if (isNoPayload(payload) || !fitsBox(payload.length())) {
         return Put::failed;
+    }
+    if (box != nullptr && holds(container, *box, payload) == true) {
+        return Put::there;
     }
     const auto boxSize = static_cast<uint32_t>(MP4::UUID::prefixSize + payload.length());
     const auto prefix = MP4::UUID::prefix(boxSize, uuid);
     ByteArray header;
     header.assign(prefix.data(), MP4::BOX::compactHeader);
-    const bool appended = container.append(header, [&](FileIO& file) {
+    const auto write = [&](FileIO& file) {
         return file.writeAll(uuid.data(), uuid.size()) == uuid.size() && payload.writeTo(file);
-    });
-    return appended ? Put::done : Put::failed;
+    };
+    const bool written =
+        box != nullptr ? container.replaceBox(*box, header, write) : container.append(header, write);
+    return written ? Put::done : Put::failed;
+}
+
+bool SlamMetaData::removeFromMp4(std::wstring mp4Path) const {
+    MP4::Container container;
+    container.keepContents = false;
+    return container.claim(mp4Path) && removeFromMp4(container);
+}
+
+bool SlamMetaData::removeFromMp4(MP4::Container& container) const {
+    MP4::UUID* const box = firstBox(container);
+    return box != nullptr && container.removeBox(*box);
 }
 
 void SlamMetaData::tellExisting() const {

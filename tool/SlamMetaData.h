@@ -3,15 +3,43 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "MP4Container.h"
 
+/// A kind of SLAM data: its name, and the identity of the box that carries it.
+struct SlamKind {
+    const char* name;
+    MP4::Usertype identity; ///< in file order
+
+    static const SlamKind map;    ///< 8B18D5C3-0E7A-25C7-B3AD-252358B401EE
+    static const SlamKind walk;   ///< 2DDF0C53-D6D1-4CB4-9C2B-169D037B7681
+    static const SlamKind around; ///< 3645B4BF-9D5C-43D5-83D3-95A8B8818383
+    static const std::array<SlamKind, 3> all;
+
+    /// The kind of that name, or of that identity; null if there is none.
+    [[nodiscard]] static const SlamKind* named(std::string_view name);
+    [[nodiscard]] static const SlamKind* of(const MP4::Usertype& identity);
+};
+
+inline constexpr SlamKind SlamKind::map{
+    "map", {0x8B, 0x18, 0xD5, 0xC3, 0x0E, 0x7A, 0x25, 0xC7, 0xB3, 0xAD, 0x25, 0x23, 0x58, 0xB4, 0x01, 0xEE}};
+inline constexpr SlamKind SlamKind::walk{
+    "walk", {0x2D, 0xDF, 0x0C, 0x53, 0xD6, 0xD1, 0x4C, 0xB4, 0x9C, 0x2B, 0x16, 0x9D, 0x03, 0x7B, 0x76, 0x81}};
+inline constexpr SlamKind SlamKind::around{
+    "around",
+    {0x36, 0x45, 0xB4, 0xBF, 0x9D, 0x5C, 0x43, 0xD5, 0x83, 0xD3, 0x95, 0xA8, 0xB8, 0x81, 0x83, 0x83}};
+inline constexpr std::array<SlamKind, 3> SlamKind::all{map, walk, around};
+
 /// Bytes on their way into a file or out of one: they lie in memory or in an open file, borrowed from there.
 class SlamPayload {
 public:
-    SlamPayload(const std::vector<unsigned char>& bytes) : memory(bytes.data()), size(bytes.size()) {}
+    SlamPayload(const std::vector<unsigned char>& bytes) : SlamPayload(bytes.data(), bytes.size()) {}
+    SlamPayload(const void* bytes, uint64_t length)
+        : memory(static_cast<const unsigned char*>(bytes)), size(length) {}
     /// `length` bytes of a file from `offset` on.
     SlamPayload(Brisa::FileIO& file_, uint64_t offset_, uint64_t length)
         : file(&file_), offset(offset_), size(length) {}
@@ -19,15 +47,16 @@ public:
     [[nodiscard]] uint64_t length() const { return size; }
     /// Writes all of it at the destination's position.
     bool writeTo(Brisa::FileIO& destination) const;
-    /// Fills `room` with all of it.
+    /// Fills `room`, which has length() bytes or gets them, with all of it.
+    bool readTo(void* room) const;
     bool readTo(std::vector<unsigned char>& room) const;
     /// Whether the system has failed to read it from its file.
     [[nodiscard]] bool failed() const { return file != nullptr && file->failed(); }
-    /// Whether `other` was found to have other bytes; they are compared in blocks.
-    [[nodiscard]] bool differs(const SlamPayload& other) const;
+    /// Whether `other` has the same bytes, which are compared in blocks; nothing if they cannot be read.
+    [[nodiscard]] std::optional<bool> equals(const SlamPayload& other) const;
 
 private:
-    bool readBlock(uint64_t at, unsigned char* block, uint64_t count) const;
+    bool readBlock(uint64_t at, void* block, uint64_t count) const;
 
     const unsigned char* memory = nullptr;
     Brisa::FileIO* file = nullptr;
@@ -56,7 +85,7 @@ public:
     std::vector<unsigned char> binData;           ///< the payload
     MP4::Usertype uuid;                           ///< identity of the kind, in file order
 
-    explicit SlamMetaData(const MP4::Usertype& identity) : uuid(identity) {}
+    explicit SlamMetaData(const SlamKind& kind) : uuid(kind.identity) {}
 
     // The payload in memory. Every operation returns whether it succeeded. One that cannot open a file has
     // printed "open(%ls, '%c') failed.\n", but for readFromMap().
@@ -76,6 +105,10 @@ public:
     /// An empty payload is refused with "binData is empty.\n"; so is, with a line on standard error, one
     /// that the 32-bit size cannot hold.
     bool writeToMp4(std::wstring mp4Path) const;
+    /// The same, but that with `replace` the payload takes the place of another one.
+    bool writeToMp4(std::wstring mp4Path, bool replace) const;
+    /// Takes the first box of this kind out, see MP4::Container::removeBox(). False when there is none.
+    bool removeFromMp4(std::wstring mp4Path) const;
     /// Whether a box of this kind is among the top-level boxes.
     [[nodiscard]] bool dataExists(const MP4::Container& container) const;
 
@@ -98,11 +131,21 @@ public:
     /// cannot be opened.
     bool openInMp4(const std::wstring& mp4Path, const std::function<void(const SlamPayload&)>& work) const;
     static bool writeToMap(const std::wstring& mapPath, const SlamPayload& payload);
-    Put writeToMp4(const std::wstring& mp4Path, const SlamPayload& payload) const;
+    Put writeToMp4(const std::wstring& mp4Path, const SlamPayload& payload, bool replace = false) const;
+
+    // The same with a container that is attached already (and claimed, where it is changed): for who does
+    // more with the file, or tells a file that cannot be opened from one that has no such box.
+
+    bool openInMp4(const MP4::Container& container,
+                   const std::function<void(const SlamPayload&)>& work) const;
+    Put writeToMp4(MP4::Container& container, const SlamPayload& payload, bool replace = false) const;
+    bool removeFromMp4(MP4::Container& container) const;
 
 private:
-    [[nodiscard]] const MP4::UUID* firstBox(const MP4::Container& container) const;
+    [[nodiscard]] MP4::UUID* firstBox(const MP4::Container& container) const;
     [[nodiscard]] SlamPayload payloadOf(const MP4::UUID& box, Brisa::FileIO& file) const;
+    [[nodiscard]] std::optional<bool> holds(const MP4::Container& container, const MP4::UUID& box,
+                                            const SlamPayload& payload) const;
     void tellExisting() const;
     bool readStream(Brisa::FileIO& file);
 };

@@ -3,7 +3,7 @@
 # the pkg-config files, and looks at what they do.
 #   tests/consumer/run.sh PREFIX
 set -euo pipefail
-prefix=$1
+prefix=$(realpath "$1")
 here=$(realpath "$(dirname "$0")")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -38,6 +38,14 @@ PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name pellmor.pc)")
 expect g++ "$here/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs pellmor-slam)
 LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH") expect "$work/consumer-pc" "$work/video.mp4" 2>/dev/null |
   expect cmp - "$work/out"
+
+# A shared library shows what the public headers declare.
+for library in "$(dirname "$PKG_CONFIG_PATH")"/libpellmor.so; do
+  if [ -e "$library" ]; then
+    expect test "$(nm -DC --defined-only "$library" | grep -c 'MP4::Container::')" -gt 30
+    expect test "$(nm -DC --defined-only "$library" | grep -Ec 'MP4::(Claim|Plan)|[Hh]264|anonymous')" = 0
+  fi
+done
 
 # Completion knows the commands and the options of each.
 complete() { # WORD...: what the last one could be

@@ -4,7 +4,7 @@ import json
 
 import pytest
 
-from conftest import edit, packets, run, without_user_data
+from conftest import BIN, edit, packets, run, without_user_data
 
 POSITION = "+35.6895+139.6917+12.5/"
 
@@ -29,6 +29,8 @@ def test_other_readers_find_what_was_added(recording, tmp_path, user_data):
     assert (b"udta" in video.read_bytes()) == user_data
     (tmp_path / "spherical.xml").write_text("<rdf:SphericalVideo/>")
 
+    for wrong in (["+35.6895/"], [POSITION, "--xmp", "--tool", "a<b"]):
+        assert run(BIN / "pellmor-edit", "location", *wrong, video).returncode == 2
     edit("location", POSITION, video, "--spherical", tmp_path / "spherical.xml", "--xmp", "--compass", 90.5, "--tool", "a tool")
     assert ffprobe_location(video) == "+35.6895+139.6917/"
     found = tags(video)
@@ -40,3 +42,4 @@ def test_other_readers_find_what_was_added(recording, tmp_path, user_data):
     assert (found["XMP-exif:GPSAltitude"], found["XMP-exif:GPSImgDirection"]) == (12.5, 90.5)
     assert b"<x:CreatorTool>a tool</x:CreatorTool>" in run("exiftool", "-xmp", "-b", video).stdout
     assert packets(video) == before
+    assert b"<'loci': " in run(BIN / "pellmor-edit", "dump", video).stdout

@@ -1,6 +1,5 @@
 """Spatial sound of four real channels: cut, carried into another file, written as WAV."""
 
-import array
 import shutil
 
 import pytest
@@ -49,6 +48,8 @@ def test_a_second_is_cut_and_carried(recordings, recording_with_sound, sound, tm
     shutil.copy(recordings.moov_last(), target)
     with_record(target, tmp_path)
     before = target.read_bytes()
+    assert run(BIN / "pellmor-edit", "append-sound", recording_with_sound, target, "--start", 99).returncode == 1
+    assert target.read_bytes() == before
     edit("append-sound", recording_with_sound, target, "--start", 1.0, "--end", 2.0)
     content = target.read_bytes()
     kept = sound[8 * RATE : 16 * RATE]
@@ -68,13 +69,7 @@ def test_a_second_is_cut_and_carried(recordings, recording_with_sound, sound, tm
     edit("sound-to-wav", recording_with_sound, tmp_path / "direct.wav", "--start", 1, "--end", 2)
     assert wav.read_bytes() == (tmp_path / "direct.wav").read_bytes()
     assert [run("soxi", flag, wav).stdout.strip() for flag in ("-c", "-r", "-b", "-s")] == [b"4", b"48000", b"16", b"48000"]
-    for channel, tone in enumerate(TONES):
-        mono = tmp_path / f"{channel}.raw"
-        assert run("sox", wav, "-t", "raw", "-e", "signed", "-b", "16", mono, "remix", channel + 1).returncode == 0
-        assert mono.read_bytes() == array.array("h", kept)[channel::4].tobytes()
-        measured = run("sox", "-t", "raw", "-r", RATE, "-e", "signed", "-b", "16", "-c", 1, mono, "-n", "stat").stderr.decode()
-        frequency = next(int(line.split()[-1]) for line in measured.splitlines() if line.startswith("Rough"))
-        assert abs(frequency - tone) < 10
+    assert wav.read_bytes()[44:] == kept
 
 
 def test_a_block_keeps_its_pointers_when_the_movie_grows(recording_with_sound, sound, tmp_path):

@@ -33,7 +33,7 @@ mv "$work/Süd.mp4" "$work/try.sh" "$work/try"
 cp "$packages"/*.deb "$work/try"
 
 . /etc/os-release
-if mmdebstrap --quiet --variant=apt --format=null \
+if mmdebstrap --quiet --variant=apt --format=null --dpkgopt=force-unsafe-io --aptopt='Acquire::Languages "none"' \
   --customize-hook="copy-in '$work/try' /" \
   --customize-hook="touch '$work/bare'" \
   --customize-hook='chroot "$1" sh -c "apt-get install -y --no-install-recommends /try/*.deb"' \

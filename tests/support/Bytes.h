@@ -43,6 +43,14 @@ inline Bytes zeros(size_t count) {
     return Bytes(count, '\0');
 }
 
+inline Bytes repeated(const Bytes& unit, size_t times) {
+    Bytes all;
+    for (size_t i = 0; i < times; ++i) {
+        all += unit;
+    }
+    return all;
+}
+
 inline Bytes cat(Parts parts) {
     Bytes all;
     for (const Bytes& part : parts) {

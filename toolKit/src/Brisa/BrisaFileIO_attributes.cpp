@@ -65,8 +65,8 @@ bool forgetAccessList(int file) {
 Attributes copyAttributes(int from, int to) {
     const std::string names = told([=](char* room, size_t size) { return ::flistxattr(from, room, size); });
     auto result = errno == 0 || isBeyondUs(errno) ? Attributes::all : Attributes::none;
-    for (size_t at = 0; at < names.size() && result != Attributes::none; at = names.find('\0', at) + 1) {
-        const char* const name = &names[at];
+    const char* name = names.data();
+    for (; name < names.data() + names.size() && result != Attributes::none; name += std::strlen(name) + 1) {
         const std::string value =
             told([=](char* room, size_t size) { return ::fgetxattr(from, name, room, size); });
         if (errno == 0 && ::fsetxattr(to, name, value.data(), value.size(), 0) == 0) {

@@ -91,7 +91,8 @@ std::unique_ptr<NewFile> NewFile::createdBeside(const std::wstring& place, Acces
             return made;
         }
         if (errno == ENAMETOOLONG) {
-            start = place.substr(0, place.rfind(L'/') + 1);
+            const size_t slash = place.rfind(L'/');
+            start = slash == std::wstring::npos ? L"" : place.substr(0, slash + 1);
         }
     }
     return nullptr;
