@@ -29,8 +29,6 @@ namespace {
 constexpr int noDescriptor = 0;
 constexpr mode_t newFilePermissions = 0644;
 constexpr mode_t ownFilePermissions = 0600;
-constexpr mode_t permissionBits = 07777;
-constexpr mode_t accessBits = 0777; ///< without those that lend the owner's rights
 constexpr size_t conversionLimit = 2048;
 constexpr uint32_t byteCharacters = 0x10FF00; ///< the first of 256 private code points, one for each byte
 constexpr const char* quietModes = "xnes";
