@@ -94,13 +94,16 @@ int run(std::vector<std::string> arguments) {
     app.require_subcommand(1);
     app.failure_message(CLI::FailureMessage::simple);
     Options options;
+    const Command* const named = arguments.empty() ? nullptr : commandNamed(arguments[0]);
     for (const Command& command : edit::commands()) {
-        addCommand(app, command, options);
+        if (named == nullptr || named == &command) { // it takes some milliseconds to declare them all
+            addCommand(app, command, options);
+        }
     }
     if (arguments.size() == 2 && arguments[0] == "--describe") { // what packages are made with
         return edit::describe(app, arguments[1]) ? 0 : static_cast<int>(Status::wrongArguments);
     }
-    if (!arguments.empty() && !arguments[0].starts_with('-') && commandNamed(arguments[0]) == nullptr) {
+    if (!arguments.empty() && !arguments[0].starts_with('-') && named == nullptr) {
         return wrongArguments("there is no command '" + arguments[0] + "'; did you mean " +
                               nearestTo(arguments[0]) + "?");
     }

@@ -18,7 +18,8 @@ class AVCC : public BOX {
 public:
     using BOX::BOX;
 
-    ByteArray payload; ///< the body; zeros where the file ends before the box
+    /// The body; where the file ends before it does, zeros as far as a parse has any to give.
+    ByteArray payload;
 
     /// Prints the line of every box and, when the record does not parse, the line above.
     void dump() const override;
