@@ -12,7 +12,7 @@ namespace {
 
 void print(const MP4::NestedBox& parent, const std::string& path) {
     for (const auto& child : parent.children) {
-        const std::string childPath = path + Brisa::wchar::wcs2mbs(child->type()).c_str();
+        const std::string childPath = path + Brisa::wchar::toBytes(child->type());
         std::printf("%12" PRIu64 " %12" PRIu64 "  %s\n", child->offset, child->boxSize, childPath.c_str());
         if (const auto* nested = MP4::as<MP4::NestedBox>(*child)) {
             print(*nested, childPath + '.');

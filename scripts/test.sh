@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # From a machine with nothing but Debian to the tests run: formatting, both compilers, all tests plain, the units and
-# the fuzz corpora under sanitizers, the comments of the headers. By hand: tests/e2e/test_faults.py (ctest -R faults),
-# tests/consumer/run.sh PREFIX, tests/package/run.sh.
+# the fuzz corpora under sanitizers, the comments of the headers, the stubs, what is installed, the packages.
+# By hand: tests/e2e/test_faults.py (ctest -R faults).
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
-need chromium clang clang-format cmake doxygen ffmpeg g++ jq libclang-rt-dev libcli11-dev libgtest-dev \
-  libimage-exiftool-perl libpugixml-dev ninja-build nlohmann-json3-dev parallel pkg-config pybind11-dev \
-  python3-dev python3-numpy python3-pytest sox strace
+need binutils chromium clang clang-format cmake doxygen dpkg-dev ffmpeg g++ jq libclang-rt-dev libcli11-dev \
+  libgtest-dev libimage-exiftool-perl libpugixml-dev lintian mmdebstrap mypy ninja-build nlohmann-json3-dev parallel \
+  pkg-config pybind11-dev python3-dev python3-numpy python3-pytest sox strace
 
 step() { printf '\n== %s\n' "$*"; }
 
@@ -30,6 +30,21 @@ ctest --preset dev --progress -E e2e.faults # takes minutes of system calls: run
 
 step "Doxygen: the comments of the public headers"
 doxygen docs/Doxyfile
+
+step "mypy: the stubs of the Python module"
+mypy --strict --no-error-summary --cache-dir build/mypy python/pellmor/*.pyi
+MYPYPATH=python mypy --strict --no-error-summary --cache-dir build/mypy tests/consumer/typed.py
+
+step "Shared libraries, installed"
+cmake -S . -B build/shared -G Ninja --log-level=WARNING -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=ON \
+  -DPELLMOR_BUILD_EDIT=OFF
+cmake --build build/shared
+cmake --install build/shared --prefix build/shared/installed >/dev/null
+tests/consumer/run.sh build/shared/installed
+
+step "Packages with the static libraries, installed"
+packaging/deb.sh
+tests/package/run.sh build/packages
 
 step "clang++: build and tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake --preset asan --log-level=WARNING

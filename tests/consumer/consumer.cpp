@@ -1,11 +1,31 @@
 // Prints the size of the map in a file, its boxes, and the reason why an edit is refused, each between lines of
-// the program's own by the other two ways of printing.
+// the program's own by all three ways of printing; puts another payload in, replaces it and takes it out.
 
 #include <cstdio>
 #include <iostream>
+#include <string>
 
 #include "MP4Container.h"
 #include <pellmor/MapData.h>
+
+namespace {
+
+void say(const char* where) {
+    std::printf("printf: %s\n", where);
+    std::cout << "cout: " << where << std::endl;
+    std::cerr << "cerr: " << where << '\n';
+}
+
+bool replaceAndRemove(const std::wstring& path) {
+    SlamMetaData record(SlamKind::walk);
+    record.binData = {1, 2};
+    bool done = record.writeToMp4(path);
+    record.binData = {3};
+    done = done && record.writeToMp4(path, true) && record.readFromMp4(path);
+    return done && record.binData.size() == 1 && record.binData[0] == 3 && record.removeFromMp4(path) && !record.removeFromMp4(path);
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     const std::wstring path = Brisa::wchar::mbs2wcs(argc == 2 ? argv[1] : "");
@@ -14,14 +34,11 @@ int main(int argc, char** argv) {
     if (!map.readFromMp4(path) || !container.attach(path)) {
         return 1;
     }
-    std::printf("printf: %zu bytes\n", map.binData.size());
+    say("before");
     container.dump();
-    std::cout << "cout: between" << std::endl;
-    std::cerr << "cerr: between\n";
+    say("between");
     container.outputPath = path.c_str(); // its own file: no place for a result
     const bool refused = !container.moovFirst();
-    std::printf("printf: behind\n");
-    std::cout << "cout: behind\n";
-    std::cerr << "cerr: behind\n";
-    return refused && container.moov != nullptr ? 0 : 1;
+    say("behind");
+    return refused && container.moov != nullptr && map.binData.size() == 10240 && replaceAndRemove(path) ? 0 : 1;
 }

@@ -16,6 +16,14 @@ for project in "$here" "$here/../../examples"; do
     -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" --log-level=ERROR >"$work/log"
   expect cmake --build "$work/build/${project##*/}" >"$work/log"
 done
+# As a part of another project it brings the libraries, and neither settles how that is built nor installs anything.
+part=$work/build/part
+expect cmake -S "$here" -B "$part" -G "Unix Makefiles" -DPELLMOR_SOURCE="$here/../.." --log-level=ERROR >"$work/log"
+expect grep -qx 'CMAKE_BUILD_TYPE:STRING=' "$part/CMakeCache.txt"
+cmake --build "$part" --target help >"$work/targets"
+expect test "$(grep -Ecx '\.\.\. (toolKit|slam|Pellmor|pellmor-edit)' "$work/targets")" = 2
+expect cmake --install "$part" --prefix "$work/nothing" >"$work/log"
+expect test ! -e "$work/nothing"
 PATH=$prefix/bin:$work/build/consumer:$work/build/examples:$PATH
 
 cp "$here/../data/sample.mp4" "$work/video.mp4"
@@ -23,20 +31,22 @@ head -c 10240 /dev/urandom >"$work/map.bin"
 expect Pellmor -kind:wmap "$work/video.mp4" "$work/map.bin" >/dev/null
 
 # Every line is there: the library leaves the streams of its host as they are.
-expect consumer "$work/video.mp4" >"$work/out" 2>"$work/err"
-for line in "printf: 10240 bytes" "'moov'" "cout: between" "printf: behind" "cout: behind"; do
-  expect grep -q "$line" "$work/out"
+cp "$work/video.mp4" "$work/again.mp4"
+expect consumer "$work/again.mp4" >"$work/out" 2>"$work/err"
+expect grep -q "'moov'" "$work/out"
+for place in before between behind; do
+  expect grep -qx "printf: $place" "$work/out"
+  expect grep -qx "cout: $place" "$work/out"
+  expect grep -qx "cerr: $place" "$work/err"
 done
-for line in "cerr: between" "cerr: behind"; do
-  expect grep -q "$line" "$work/err"
-done
-expect test "$(wc -l <"$work/err")" -ge 3 # the reason of the refusal, between them
+expect test "$(wc -l <"$work/err")" -ge 4 # the reason of the refusal, between them
 
 export PKG_CONFIG_PATH LD_LIBRARY_PATH
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name pellmor.pc)")
 # shellcheck disable=SC2046
 expect g++ "$here/consumer.cpp" -o "$work/consumer-pc" $(pkg-config --cflags --libs pellmor-slam)
-LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH") expect "$work/consumer-pc" "$work/video.mp4" 2>/dev/null |
+cp "$work/video.mp4" "$work/again.mp4"
+LD_LIBRARY_PATH=$(dirname "$PKG_CONFIG_PATH") expect "$work/consumer-pc" "$work/again.mp4" 2>/dev/null |
   expect cmp - "$work/out"
 
 # A shared library shows what the public headers declare.
@@ -52,8 +62,10 @@ complete() { # WORD...: what the last one could be
   bash -c '. "$0"; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _pellmor_edit; echo "${COMPREPLY[*]}"' \
     "$prefix/share/bash-completion/completions/pellmor-edit" pellmor-edit "$@"
 }
-expect test "$(complete moov)" = moov-first
-expect test "$(complete put --rep)" = --replace
+if [ -e "$prefix/bin/pellmor-edit" ]; then
+  expect test "$(complete moov)" = moov-first
+  expect test "$(complete put --rep)" = --replace
+fi
 
 boxes "$work/video.mp4" >"$work/table"
 expect grep -Eq '^ +0 +[0-9]+  ftyp$' "$work/table"

@@ -19,12 +19,22 @@ class SpatialSound;
 ///
 /// attach() comes first; searches and edits then work on the recorded tree. No file stays open
 /// between operations. Every parse makes a new tree, so a box pointer taken before an attach(), or
-/// before an edit (most edits end with one), must not be used after it.
+/// before an edit (most edits end with one), must not be used after it; `moov`, `mdat` and `trak` are renewed
+/// with the tree, and all of it goes with the container.
+///
+/// Different containers may be used in different threads, also on one file, which edits lock. Of one
+/// container several threads may call const operations at once, and no others. Nothing is shared but the sink
+/// of Brisa::Console and Brisa::FileIO_show_process_file_name, which are set before threads start.
+///
+/// Thrown is what a callable throws (that can be a `char const*`, if it uses a BitStream),
+/// std::bad_function_call for an empty one, and what the standard library throws when memory is short; an
+/// operation that ends so leaves the file as one that fails.
 class Container {
 public:
     std::wstring path; ///< the container's file; empty before the first attach()
-    /// Where the next rewrite goes instead of replacing the container's file; not owned, cleared by
-    /// a successful rewrite, after which the container's path is this one.
+    /// Where the next rewrite goes instead of replacing the container's file; cleared by a successful
+    /// rewrite, after which the container's path is this one. The text is borrowed: it must be there until
+    /// the edit has returned, so the c_str() of a temporary is a use after free.
     const wchar_t* outputPath = nullptr;
     std::unique_ptr<ROOT> root; ///< the latest parse; null before the first
     MOOV* moov = nullptr;       ///< the first top-level `moov`

@@ -44,9 +44,10 @@ private:
 /// position in the file; two handles over one descriptor (see MP4::BinFile) share the system's
 /// offset, so code that mixes them seeks explicitly. All offsets and counts are in bytes.
 ///
-/// A path reaches the system byte for byte as it was given to wchar::fromBytes(), which takes arguments
-/// and the native form of a std::filesystem::path. Nothing throws but what a callable throws, and
-/// std::bad_alloc. Handles of their own may be used in several threads at once; one handle may not.
+/// A path reaches the system byte for byte as it was given to wchar::fromBytes(), which takes arguments of
+/// main() and any std::filesystem::path as they are, in whatever locale. Nothing throws but what a callable
+/// throws, and std::bad_alloc. Handles of their own may be used in several threads at once; one handle may
+/// not.
 class FileIO {
 public:
     /// Opens at once. `mode` is
@@ -178,8 +179,9 @@ void expectBulk(void* memory, uint64_t bytes);
 /// in any locale, as those that it does not know travel as private code points, U+10FF00 + byte.
 namespace wchar {
 
-/// For arguments and paths: each character of the locale, and a private code point for each byte that
-/// belongs to none, or to one that would not come back as the same bytes.
+/// For arguments and paths, also a std::filesystem::path, whose bytes it converts to: each character of the
+/// locale, and a private code point for each byte that belongs to none, or to one that would not come back as
+/// the same bytes.
 std::wstring fromBytes(const std::string& bytes);
 
 /// The way back, for paths and messages. What the locale cannot express becomes UTF-8.

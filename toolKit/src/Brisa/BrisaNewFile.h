@@ -13,6 +13,9 @@ namespace Brisa {
 /// Nobody meets half of it under the name that it is for, and nobody's file is touched on the way to
 /// it: it is created exclusively, never through a link, and what stands under its own name is removed
 /// or renamed only as long as that is this file.
+///
+/// Thrown is what a callable throws, and what the standard library throws when memory is short or it has no
+/// random numbers; the file is gone then. Different objects may be used in different threads.
 class NewFile {
 public:
     /// Who may read and write it until it adopts something else.
