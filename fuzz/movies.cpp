@@ -14,11 +14,9 @@ namespace {
 using namespace test;
 using MP4::Container;
 
-constexpr MP4::Usertype spatialSound{0x28, 0xF3, 0x11, 0xE2, 0xB7, 0x91, 0x4F, 0x6F,
-                                     0x94, 0xE2, 0x4F, 0x5D, 0xEA, 0xCB, 0x3C, 0x01};
-constexpr std::array<uint8_t, 24> record{0x01, 0x4D, 0x40, 0x1F, 0xFF, 0xE1, 0x00, 0x09,
-                                         0x67, 0x4D, 0x00, 0x1E, 0xEC, 0xA0, 0xA0, 0xFC,
-                                         0x80, 0x01, 0x00, 0x04, 0x68, 0xEF, 0x3C, 0x80};
+const MP4::Usertype& spatialSound = MP4::SpatialData::_UUID;
+const Bytes
+    record("\x01\x4D\x40\x1F\xFF\xE1\0\x09\x67\x4D\0\x1E\xEC\xA0\xA0\xFC\x80\x01\0\x04\x68\xEF\x3C\x80", 24);
 
 /// What is at the places that a file points to, by the kind of table that does. Reads on its own, and only
 /// what Movie makes.
@@ -228,7 +226,7 @@ private:
             offsets += track.wide ? u64(last) : u32(static_cast<uint32_t>(last));
         }
         const auto count = static_cast<uint32_t>(track.chunks.size());
-        const Bytes entry = box("avc1", {zeros(78), box("avcC", {Bytes(record.begin(), record.end())})});
+        const Bytes entry = box("avc1", {zeros(78), box("avcC", {record})});
         const Bytes place = u32(static_cast<uint32_t>(last));
         const Bytes table =
             box("stbl",
