@@ -1,8 +1,7 @@
-// Bit streams, H.264 parameter sets, and the flags of a real video changed in a file.
+// H.264 parameter sets, and the flags of a real video changed in a file.
 
 #include <bitset>
 
-#include "GolombBitStream.h"
 #include "MP4Box_avcc.h"
 #include "support/Edit.h"
 
@@ -104,33 +103,6 @@ const std::vector<SetCase> profiles = [] {
 }();
 
 } // namespace
-
-TEST(BitStream, ReadsWhatItWrote) {
-    const std::pair<int, uint32_t> codes[] = {{0, 0}, {1, 1}, {-1, 2}, {2, 3}, {-2, 4}, {32767, 65533}};
-    GolombBitStream writer;
-    std::string expected;
-    for (const auto& [value, number] : codes) {
-        writer.write_golombs(value);
-        writer.write_golomb(number);
-        expected += ue(number) + ue(number);
-    }
-    writer.write_bits(0x12345678, 31);
-    EXPECT_THROW(writer.write8(1), const char*);
-    writer.flush_bits();
-    writer.write16n(0xABCD);
-    ByteArray bytes;
-    writer.bytes(bytes);
-    EXPECT_EQ(bytesOf(bytes), packed(expected + u(31, 0x12345678)) + u16(0xABCD));
-
-    GolombBitStream reader;
-    reader.attach(bytes);
-    for (const auto& [value, number] : codes) {
-        EXPECT_EQ(reader.read_golombs(), value);
-        EXPECT_EQ(reader.read_golomb(), number);
-    }
-    EXPECT_EQ(reader.read_bits(31).value, 0x12345678U);
-    EXPECT_EQ(reader.read_bits(-3).count, -3);
-}
 
 TEST_P(ParameterSet, KeepsEveryOtherField) {
     const auto& [name, profile, fields, vui, behind, before, after] = GetParam();
@@ -264,3 +236,11 @@ INSTANTIATE_TEST_SUITE_P(
                              movie(0, none, 100 + static_cast<uint32_t>(fresh.size()), {box("free"), fresh}) + media},
                     EditCase{"TooFewBoxes", replaceUdta, movie(0, none, 100, {}) + media, "", refused}),
     nameOf<EditCase>);
+
+TEST(ParameterSet, IsReadWhetherOrNotContentsAreKept) {
+    const Scratch scratch;
+    MP4::Container container;
+    container.keepContents = false;
+    ASSERT_TRUE(container.attach(scratch.file(movie(1, marked, 0, {}))));
+    EXPECT_EQ(printed([&] { container.dump(); }).out.find("failed"), std::string::npos);
+}

@@ -21,9 +21,8 @@ TEST_P(Edit, ChangesWhatItSaysAndNothingElse) {
     const auto [out, err] = printed([&, &run = change] { done = run(container); });
     const std::regex failure("(.*\n)?Container::modifyContainer::\\w+\\([^ ]+( to [^ ]+\\.tmp\\.mp4)?\\) failed\\.\n");
     EXPECT_EQ(done, text != failed && text != refused) << out << err;
-    EXPECT_TRUE(text == failed ? std::regex_match(out, failure) && err.find(reason) != std::string::npos
-                               : out == (text == refused ? "" : text) && err.empty())
-        << out << err;
+    EXPECT_TRUE(text == failed ? std::regex_match(out, failure) : out == (text == refused ? "" : text)) << out;
+    EXPECT_TRUE(reason.empty() ? text == failed || err.empty() : err.find(reason) != std::string::npos) << err;
     EXPECT_EQ(contentOf(path), after.empty() ? before : after);
     EXPECT_EQ(scratch.count(), 1U);
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0640));
@@ -45,8 +44,8 @@ TEST(Rewrite, HarmsNoOtherFile) {
     const auto other = scratch.file("precious", "other");
     const auto temporary = scratch / "f.mp4.tmp.mp4";
     namespace fs = std::filesystem;
-    for (const auto& [target, hard] : {std::pair{path, true}, {path, false}, {other, true}, {other, false}}) {
-        hard ? fs::create_hard_link(target, temporary) : fs::create_symlink(target, temporary);
+    for (const auto& target : {path, other}) {
+        fs::create_symlink(target, temporary);
         tryOut();
         tryOut(temporary.c_str());
         fs::remove(temporary);

@@ -176,15 +176,9 @@ std::function<bool(Container&)> carry(const Bytes& from, bool whole, uint64_t be
 
 bool carryBackwards(Container& container) {
     SpatialSound sound;
-    const Scratch scratch;
-    EXPECT_TRUE(sound.attach(scratch.file(recording()), 1, 2));
-    std::swap(sound.startOffset, sound.endOffset);
-    bool carried = true;
-    EXPECT_NE(printed([&] {
-                  container.open([&](Brisa::FileIO& file) { carried = container.trimSpatialData(file, 16, sound); });
-              }).err.find("ahead of its start"),
-              std::string::npos);
-    return carried;
+    sound.startOffset = 8;
+    Brisa::FileIO source(container.path, 'r');
+    return container.trimSpatialData(source, 16, sound);
 }
 
 bool carryTwice(Container& container) {
@@ -231,7 +225,7 @@ INSTANTIATE_TEST_SUITE_P(Spatial, Edit,
                                                   target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000))},
                                          EditCase{"WholeBeyond4GiB", carry(recording(true, 0, farOff), true, farOff), target(zeros(16)),
                                                   target(record(5000)) + carriedWhole},
-                                         EditCase{"Backwards", carryBackwards, target(zeros(16)), "", refused},
+                                         EditCase{"Backwards", carryBackwards, target(zeros(16)), "", refused, "ahead of its start"},
                                          EditCase{"PointedToAgain", edit(&Container::overwriteSpatialDataOffset, 1000ULL),
                                                   target(zeros(16)) + block("8 bytes.", bare(co64({1032}))),
                                                   target(u64(at + 24) + u64(16)) + block("8 bytes.", bare(co64({at + 32})))},

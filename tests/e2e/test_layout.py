@@ -33,19 +33,6 @@ def test_the_result_may_go_to_another_file(recordings, tmp_path):
     assert sha(original) == before
     assert os.stat(tmp_path / "out.mp4").st_mode & 0o777 == 0o600 and os.getxattr(tmp_path / "out.mp4", "user.note") == b"kept"
     assert packets(tmp_path / "out.mp4") == packets(original)
-    other = tmp_path / "other"
-    other.write_bytes(b"precious")
-    wrongs = {
-        ("put", "axis", "missing", original, "-o", other): 1,
-        ("put", "axis", other, original, "-o", other): 2,
-        ("location", "nowhere", original, "-o", other): 2,
-        ("moov-first", original, "-o", other): 3,
-        ("moov-first", other): 1,
-    }  # fmt: skip
-    for wrong, status in wrongs.items():
-        assert run(BIN / "pellmor-edit", *wrong).returncode == status, wrong
-        assert other.read_bytes() == b"precious"
-    assert len(list(tmp_path.iterdir())) == 3 and sha(original) == before
 
 
 def test_the_creation_time_is_set_in_every_header(recording):

@@ -4,7 +4,7 @@ import json
 
 import pytest
 
-from conftest import BIN, edit, packets, run, without_user_data
+from conftest import BIN, edit, packets, run
 
 POSITION = "+35.6895+139.6917+12.5/"
 
@@ -20,13 +20,9 @@ def ffprobe_location(path):
     return result.stdout.decode().strip()
 
 
-@pytest.mark.parametrize("user_data", [True, False], ids=["udta", "no_udta"])
-def test_other_readers_find_what_was_added(recording, tmp_path, user_data):
+def test_other_readers_find_what_was_added(recording, tmp_path):
     video = recording
     before = packets(video)
-    if not user_data:
-        without_user_data(video)
-    assert (b"udta" in video.read_bytes()) == user_data
     (tmp_path / "spherical.xml").write_text("<rdf:SphericalVideo/>")
 
     for wrong in (["+35.6895/"], [POSITION, "--xmp", "--tool", "a<b"]):

@@ -57,11 +57,6 @@ def test_a_second_is_cut_and_carried(recordings, recording_with_sound, sound, tm
     at = content.index(b"ZADT") - 4
     assert at == len(before) + 24
     assert content[at + 8 : at + 8 + len(kept)] == kept
-    record = content.index(b"ZDT9") + 4
-    assert content[record : record + 16] == at.to_bytes(8, "big") + (8 + len(kept)).to_bytes(8, "big")
-    table = content.index(b"co64", at) + 12
-    offsets = [int.from_bytes(content[table + 8 * i : table + 8 * i + 8], "big") for i in range(RATE // 1536 + 1)]
-    assert offsets == [at + 8 + 1536 * 8 * i for i in range(len(offsets))]
     assert packets(target) == packets(recordings.moov_last())
 
     wav = tmp_path / "cut.wav"
@@ -77,8 +72,7 @@ def test_a_block_keeps_its_pointers_when_the_movie_grows(recording_with_sound, s
     edit("location", "+35.6895+139.6917/", recording_with_sound)
     content = recording_with_sound.read_bytes()
     at = content.index(b"ZADT") + 4
-    table = content.index(b"co64", at) + 12
-    assert int.from_bytes(content[table : table + 8], "big") == at
+    assert content[content.index(b"co64", at) + 12 :].startswith(at.to_bytes(8, "big"))
     edit("sound-to-wav", recording_with_sound, tmp_path / "all.wav")
     assert (tmp_path / "all.wav").read_bytes()[44:] == sound
     for out in (recording_with_sound, "/dev/full"):
