@@ -128,7 +128,8 @@ int run(std::vector<std::string> arguments) {
 } // namespace
 
 int main(int argc, char** argv) try {
-    // A destructor that finds no memory to work with, as those of a JSON value may, can tell it to nobody else.
+    // A destructor that finds no memory to work with, as those of a JSON value may, can tell it to nobody
+    // else.
     std::set_terminate([] {
         std::fputs("pellmor-edit: not enough memory\n", stderr);
         std::_Exit(static_cast<int>(Status::failed));
