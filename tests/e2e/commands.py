@@ -1,5 +1,6 @@
 """Every command of both programs on small files made by hand: one table for all tests that let something fail."""
 
+import contextlib
 import os
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -32,6 +33,11 @@ def moov_first(*user_data):
 
 def moov_last(*user_data, **more):
     return MEDIA + movie_box(len(MEDIA) - 64, *user_data, **more)
+
+
+def moov_far(*user_data):
+    """As moov_last(), with a stretch in between that is long enough for the system to copy."""
+    return MEDIA + box(b"free", bytes(1 << 17)) + moov_last(*user_data)[len(MEDIA) :]
 
 
 def open_ended(movie):
@@ -78,12 +84,14 @@ class Command:
         for name, content in files.items():
             (folder / name).write_bytes(content)
         os.chmod(folder / "video.mp4", 0o640)
+        with contextlib.suppress(OSError):  # not every file system has attributes
+            os.setxattr(folder / "video.mp4", "user.note", b"kept")
         return files
 
 
 COMMANDS = {
     "moov-first": Command("pellmor-edit moov-first @video.mp4", open_ended(moov_last())),
-    "moov-first -o": Command("pellmor-edit moov-first @video.mp4 -o @out.mp4", moov_last(), "out.mp4"),
+    "moov-first -o": Command("pellmor-edit moov-first @video.mp4 -o @out.mp4", moov_far(), "out.mp4"),
     "set-time": Command("pellmor-edit set-time 1904:3800000000 @video.mp4", moov_last()),
     "location": Command("pellmor-edit location +35.6895+139.6917/ @video.mp4 --spherical @xml", moov_first(NAME)),
     "location, moov behind": Command("pellmor-edit location +35.6895+139.6917/ @video.mp4", moov_last(NAME)),
@@ -96,8 +104,10 @@ COMMANDS = {
     "put xmp": Command("pellmor-edit put xmp @xml @video.mp4", open_ended(moov_last())),
     "put axis -o": Command("pellmor-edit put axis @text @video.mp4 -o @out.mp4", moov_first(), "out.mp4"),
     "put map --replace": Command("pellmor-edit put map @text @video.mp4 --replace", moov_last() + box(b"uuid", MAP, b"old")),
-    "put map --replace, in the middle": Command("pellmor-edit put map @text @video.mp4 --replace", box(b"uuid", MAP, b"old") + open_ended(moov_last())),
+    "put map --replace, first": Command("pellmor-edit put map @text @video.mp4 --replace", box(b"uuid", MAP, b"old") + open_ended(moov_last())),
+    "put map --replace, in the middle": Command("pellmor-edit put map @text @video.mp4 --replace", MEDIA + box(b"uuid", MAP, b"old") + moov_last()[len(MEDIA) :]),
     "remove map": Command("pellmor-edit remove map @video.mp4", moov_last() + box(b"uuid", MAP, b"old")),
+    "remove map, in the middle": Command("pellmor-edit remove map @video.mp4", MEDIA + box(b"uuid", MAP, b"old") + moov_last()[len(MEDIA) :]),
     "remove udta": Command("pellmor-edit remove udta @video.mp4", moov_last(NAME)),
     "remove location": Command("pellmor-edit remove location @video.mp4", moov_first(BAD_LOCI)),
     "location --replace --xmp": Command("pellmor-edit location 1,2 @video.mp4 --replace --xmp", moov_first(BAD_LOCI)),
