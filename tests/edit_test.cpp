@@ -152,11 +152,11 @@ std::function<bool(Container&)> shift(long long by) {
         return container.modifyContainer(L"test", [&](BinFile& file) { return container.modifySTCOIndex(file, by); });
     };
 }
-std::function<bool(Container&)> resize(long long by) {
-    return [by](Container& container) {
+std::function<bool(Container&)> resize(long long by, const char* path = "moov.trak.mdia") {
+    return [by, path](Container& container) {
         Container other; // a caller's own tree of the same file
         other.attach(container.path);
-        const auto step = [&](BinFile& file) { return container.modifyBoxSize(file, *other.root->first("moov.trak.mdia"), by); };
+        const auto step = [&](BinFile& file) { return container.modifyBoxSize(file, *other.root->first(path), by); };
         return container.modifyContainer(L"test", step);
     };
 }
@@ -199,6 +199,7 @@ INSTANTIATE_TEST_SUITE_P(
                     EditCase{"ShiftNoTable", shift(1), box("moov", {track({})}), "", failed},
                     EditCase{"ShiftOutOf32Bits", shift(6), tables({1, ~0U - 5}, {1}), "", failed, "does not fit 32 bits"},
                     EditCase{"ShiftOutOf64Bits", shift(6), tables({1}, {~0ULL - 5}), "", failed, "does not fit 64 bits"},
+                    EditCase{"SizeAtTheTop", resize(5, "mdat"), box("ftyp") + box("mdat"), box("ftyp") + withSize(box("mdat"), 13)},
                     EditCase{"SizesGrow", resize(5), sizes(0), sizes(5)},
                     EditCase{"SizeBeyond32Bits", resize((1LL << 32) - 30), sizes(0), "", failed, "size"},
                     EditCase{"CountBeyondTheBox", shift(1), boasting, "", failed, "has no room for its 2 entries"}),
@@ -335,6 +336,10 @@ INSTANTIATE_TEST_SUITE_P(
                                   box("mdat", {"0123"})})},
                     EditCase{"NewMovieBox", inANewMovieBox, front + film(stco({24}), false),
                              cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})},
+                    EditCase{"TwoHolesAsOne", inANewMovieBox,
+                             cat({front, box("free", {box("mvhd")}), box("free", {zeros(film(stco({24}), true).size() - 24)}),
+                                  film(stco({24}), false)}),
+                             front + film(stco({24}), true)},
                     EditCase{"MovieBoxLeftByAKill", inANewMovieBox, cat({front, film(stco({24}), false), film(stco({24}), true)}),
                              cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true).replace(4, 4, "free"),
                                   film(stco({24}), true)})}),
