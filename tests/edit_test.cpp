@@ -309,6 +309,12 @@ uint32_t firstSample(uint32_t levels) {
 
 const Bytes front = cat({ftyp, box("mdat", {"0123"})});
 
+/// Two tables, of which one may become wide only because the other one did.
+Bytes narrowTables(uint32_t last) {
+    return box("moov", {track({stco({8, ~0U})}), track({stco({last})})});
+}
+const uint64_t narrow = narrowTables(0).size();
+
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P(
@@ -334,6 +340,9 @@ INSTANTIATE_TEST_SUITE_P(
                     EditCase{"BecomesWide", moovFirst, cat({box("mdat", {"0123"}), tables({8, ~0U}, {8})}),
                              cat({box("moov", {track({co64({8 + moved + 8, uint64_t{~0U} + moved + 8})}), track({co64({8 + moved + 8})})}),
                                   box("mdat", {"0123"})})},
+                    EditCase{"BecomesWideInTurn", moovFirst, box("mdat", {"0123"}) + narrowTables(static_cast<uint32_t>(~0U - narrow)),
+                             box("moov", {track({co64({8 + narrow + 12, ~0U + narrow + 12})}), track({co64({~0U + uint64_t{12}})})}) +
+                                 box("mdat", {"0123"})},
                     EditCase{"NewMovieBox", inANewMovieBox, front + film(stco({24}), false),
                              cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})},
                     EditCase{"TwoHolesAsOne", inANewMovieBox,
