@@ -19,7 +19,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const int choice = data[0] % 8;
     if (choice < 7) {
-        require(edit(choice, container) || content() == before);
+        const bool done = edit(choice, container);
+        require(done || content() == before);
+        bool found = !done || choice != 6;
+        container.find("uuid", [&found](MP4::BOX& box) {
+            found = found || static_cast<MP4::UUID&>(box).is(MP4::XMP::_UUID);
+            return !found;
+        });
+        require(found); // what was put in can be read
         return 0;
     }
     MP4::SpatialSound sound;

@@ -152,11 +152,11 @@ std::function<bool(Container&)> shift(long long by) {
         return container.modifyContainer(L"test", [&](BinFile& file) { return container.modifySTCOIndex(file, by); });
     };
 }
-std::function<bool(Container&)> resize(long long by) {
-    return [by](Container& container) {
+std::function<bool(Container&)> resize(long long by, const char* path = "moov.trak.mdia") {
+    return [by, path](Container& container) {
         Container other; // a caller's own tree of the same file
         other.attach(container.path);
-        const auto step = [&](BinFile& file) { return container.modifyBoxSize(file, *other.root->first("moov.trak.mdia"), by); };
+        const auto step = [&](BinFile& file) { return container.modifyBoxSize(file, *other.root->first(path), by); };
         return container.modifyContainer(L"test", step);
     };
 }
@@ -199,6 +199,7 @@ INSTANTIATE_TEST_SUITE_P(
                     EditCase{"ShiftNoTable", shift(1), box("moov", {track({})}), "", failed},
                     EditCase{"ShiftOutOf32Bits", shift(6), tables({1, ~0U - 5}, {1}), "", failed, "does not fit 32 bits"},
                     EditCase{"ShiftOutOf64Bits", shift(6), tables({1}, {~0ULL - 5}), "", failed, "does not fit 64 bits"},
+                    EditCase{"SizeAtTheTop", resize(5, "mdat"), box("ftyp") + box("mdat"), box("ftyp") + withSize(box("mdat"), 13)},
                     EditCase{"SizesGrow", resize(5), sizes(0), sizes(5)},
                     EditCase{"SizeBeyond32Bits", resize((1LL << 32) - 30), sizes(0), "", failed, "size"},
                     EditCase{"CountBeyondTheBox", shift(1), boasting, "", failed, "has no room for its 2 entries"}),
@@ -308,6 +309,12 @@ uint32_t firstSample(uint32_t levels) {
 
 const Bytes front = cat({ftyp, box("mdat", {"0123"})});
 
+/// Two tables, of which one may become wide only because the other one did.
+Bytes narrowTables(uint32_t last) {
+    return box("moov", {track({stco({8, ~0U})}), track({stco({last})})});
+}
+const uint64_t narrow = narrowTables(0).size();
+
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P(
@@ -333,8 +340,15 @@ INSTANTIATE_TEST_SUITE_P(
                     EditCase{"BecomesWide", moovFirst, cat({box("mdat", {"0123"}), tables({8, ~0U}, {8})}),
                              cat({box("moov", {track({co64({8 + moved + 8, uint64_t{~0U} + moved + 8})}), track({co64({8 + moved + 8})})}),
                                   box("mdat", {"0123"})})},
+                    EditCase{"BecomesWideInTurn", moovFirst, box("mdat", {"0123"}) + narrowTables(static_cast<uint32_t>(~0U - narrow)),
+                             box("moov", {track({co64({8 + narrow + 12, ~0U + narrow + 12})}), track({co64({~0U + uint64_t{12}})})}) +
+                                 box("mdat", {"0123"})},
                     EditCase{"NewMovieBox", inANewMovieBox, front + film(stco({24}), false),
                              cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})},
+                    EditCase{"TwoHolesAsOne", inANewMovieBox,
+                             cat({front, box("free", {box("mvhd")}), box("free", {zeros(film(stco({24}), true).size() - 24)}),
+                                  film(stco({24}), false)}),
+                             front + film(stco({24}), true)},
                     EditCase{"MovieBoxLeftByAKill", inANewMovieBox, cat({front, film(stco({24}), false), film(stco({24}), true)}),
                              cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true).replace(4, 4, "free"),
                                   film(stco({24}), true)})}),
