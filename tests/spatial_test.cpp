@@ -212,27 +212,29 @@ Bytes bare(const Bytes& table) {
 
 } // namespace
 
-INSTANTIATE_TEST_SUITE_P(Spatial, Edit,
-                         testing::Values(EditCase{"Whole", carry(recording(), true), target(zeros(16)),
-                                                  target(record(5000)) + carriedWhole},
-                                         EditCase{"Trimmed", carry(recording(), false), target(zeros(16)),
-                                                  target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000))},
-                                         EditCase{"Twice", carryTwice, target(zeros(16)),
-                                                  target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000)),
-                                                  "MP4: SpatialData is existed.\n"},
-                                         EditCase{"TrimmedBeyond4GiB", carry(recording(true, 0, farOff), false, farOff), target(zeros(16)),
-                                                  target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000))},
-                                         EditCase{"WholeBeyond4GiB", carry(recording(true, 0, farOff), true, farOff), target(zeros(16)),
-                                                  target(record(5000)) + carriedWhole},
-                                         EditCase{"Backwards", carryBackwards, target(zeros(16)), "", refused, "ahead of its start"},
-                                         EditCase{"PointedToAgain", edit(&Container::overwriteSpatialDataOffset, 1000ULL),
-                                                  target(zeros(16)) + block("8 bytes.", bare(co64({1032}))),
-                                                  target(u64(at + 24) + u64(16)) + block("8 bytes.", bare(co64({at + 32})))},
-                                         EditCase{"RecordBeyondItsBoxes", carry(recording(), false), recordBeyond, "", failed},
-                                         EditCase{"NoChunkOffsets", carry(withoutTable, true), withSize(media, 0), "", failed},
-                                         EditCase{"MovedByTheMovie", edit(&Container::moovFirst), media + sound(0) + movie(0),
-                                                  movie(movie(0).size()) + media + sound(movie(0).size())}),
-                         nameOf<EditCase>);
+INSTANTIATE_TEST_SUITE_P(
+    Spatial, Edit,
+    testing::Values(EditCase{"Whole", carry(recording(), true), target(zeros(16)), target(record(5000)) + carriedWhole},
+                    EditCase{"Trimmed", carry(recording(), false), target(zeros(16)),
+                             target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000))},
+                    EditCase{"Twice", carryTwice, target(zeros(16)),
+                             target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000)),
+                             "MP4: SpatialData is existed.\n"},
+                    EditCase{"TrimmedBeyond4GiB", carry(recording(true, 0, farOff), false, farOff), target(zeros(16)),
+                             target(record(1000)) + block(samples(1000, 2000), rebuilt(at + 32, 1000, 2000))},
+                    EditCase{"WholeBeyond4GiB", carry(recording(true, 0, farOff), true, farOff), target(zeros(16)),
+                             target(record(5000)) + carriedWhole},
+                    EditCase{"Backwards", carryBackwards, target(zeros(16)), "", refused, "ahead of its start"},
+                    EditCase{"PointedToAgain", edit(&Container::overwriteSpatialDataOffset, 1000ULL),
+                             target(zeros(16)) + block("8 bytes.", bare(co64({1032}))),
+                             target(u64(at + 24) + u64(16)) + block("8 bytes.", bare(co64({at + 32})))},
+                    EditCase{"BecomesWide", edit(&Container::moovFirst), media + block("8 bytes.", bare(stco({48, ~0U}))) + movie(0),
+                             movie(movie(0).size()) + media + block("8 bytes.", bare(co64({48 + movie(0).size(), ~0U + movie(0).size()})))},
+                    EditCase{"RecordBeyondItsBoxes", carry(recording(), false), recordBeyond, "", failed},
+                    EditCase{"NoChunkOffsets", carry(withoutTable, true), withSize(media, 0), "", failed},
+                    EditCase{"MovedByTheMovie", edit(&Container::moovFirst), media + sound(0) + movie(0),
+                             movie(movie(0).size()) + media + sound(movie(0).size())}),
+    nameOf<EditCase>);
 
 TEST(SpatialSound, GetsAWiderTableBehind4GiB) {
     const Scratch scratch;

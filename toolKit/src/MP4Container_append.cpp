@@ -120,7 +120,7 @@ bool appendBox(Container& container, FileIO& file, const NewBox& box) {
     }
     if ((box.beforeItCounts && !box.beforeItCounts(attempt)) || !Brisa::Watch::goOn() ||
         !attempt.overwrite(tail.length + sizeof(uint32_t), typeOf(box.type)) || !file.flush() ||
-        (box.whenItCounts && !box.whenItCounts(attempt)) || !file.flush()) {
+        (box.whenItCounts && !(box.whenItCounts(attempt) && file.flush()))) {
         return false;
     }
     attempt.keep();

@@ -41,7 +41,8 @@ bool Container::appendFullRangeAndConstrainedSet1Flag(bool fullRange) {
     const BOX* const udta = moov->first("udta");
     const uint64_t room = udta != nullptr ? avcC->boxSize + udta->boxSize : 0;
     if (!keepUserData && udta != nullptr && udta->offset > avcC->offset &&
-        room >= newBox.size() + BOX::compactHeader && room - newBox.size() <= UINT32_MAX) {
+        room >= newBox.size() + BOX::compactHeader && room <= root->boxSize &&
+        room - newBox.size() <= UINT32_MAX) {
         const ByteArray filler(room - newBox.size() - BOX::compactHeader);
         plan.exchange(*avcC, std::move(newBox));
         plan.exchange(*udta, boxOf(fourcc("free"), filler));

@@ -443,7 +443,8 @@ bool Pointers::pointInto(BinFile& file, uint64_t from, uint64_t to) const {
 
 void pointersOfBlock(const NestedBox& block, Pointers& pointers) {
     block.find("ZATR.mdia.minf.stbl", [&](const BOX& box) {
-        addTables(static_cast<const NestedBox&>(box), block.offset, pointers);
+        // The block's size may change, and its type; the identity behind them stands for where it lies.
+        addTables(static_cast<const NestedBox&>(box), block.offset + block.headerSize(), pointers);
         return true;
     });
 }
