@@ -39,6 +39,11 @@ def run(*command, **options):
     return subprocess.run([str(part) for part in command], capture_output=True, timeout=120, **options)
 
 
+# A sanitizer cannot look for leaks in a process that is traced.
+STRACE = ["strace", "-qq", "-E", "ASAN_OPTIONS=detect_leaks=0"]
+needs_strace = pytest.mark.skipif(run(*STRACE, "-o", os.devnull, "true").returncode != 0, reason="this system lets no process be traced")
+
+
 def ffmpeg(*arguments):
     result = run("ffmpeg", "-v", "error", "-y", "-nostdin", *arguments)
     assert result.returncode == 0, result.stderr.decode()

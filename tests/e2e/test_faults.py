@@ -8,10 +8,8 @@ import signal
 import threading
 from concurrent.futures import ThreadPoolExecutor
 
-import pytest
-
 from commands import COMMANDS
-from conftest import BIN, REMARKS, SANITIZED, run
+from conftest import BIN, REMARKS, STRACE, needs_strace, run
 
 # The calls on files that the programs make, and what each may fail with. A line: several names of one call.
 READING, WRITING = ("EINTR", "EIO"), ("EINTR", "EIO", "ENOSPC")
@@ -25,8 +23,6 @@ HARMLESS = {"access", "chdir", "execve", "fadvise64", "fcntl", "getcwd", "ioctl"
 LOOKING = {"read", "pread64", "lseek", "newfstatat", "fstat"}
 ALLOCATOR = str(BIN / "libfail_allocation.so")
 LEFT_BY_THE_DEAD = re.compile(r"\.tmp\.mp4$|\.part$")
-# A sanitizer makes each of these processes ten times as slow.
-SHARE = 15 if SANITIZED else 1
 
 Fault = collections.namedtuple("Fault", "name injections tails files", defaults=(False, False))
 
@@ -76,7 +72,7 @@ class Trials:
     def run(self, *tracer, **environment):
         """Status, state of the target, output, and what else the folder holds."""
         folder = self.prepared()
-        result = run(*tracer, *self.command.arguments(folder), cwd="/", env={**os.environ, "ASAN_OPTIONS": "detect_leaks=0", **environment})
+        result = run(*tracer, *self.command.arguments(folder), cwd="/", env={**os.environ, **environment})
         return result.returncode, self.state(folder), result.stdout.replace(bytes(folder), b""), self.others_in(folder)
 
     def others_in(self, folder):
@@ -86,7 +82,7 @@ class Trials:
         """The calls from the first one on that names a file of the folder, each with how many of every name the process had made
         before it. strace counts so too, and it cannot be told to count a new file's calls only: that has no path yet."""
         log, calls, counts, unknown = self.root / "log", [], collections.Counter(), set()
-        self.run("strace", "-qq", "-y", "-o", log, "-e", "trace=%file,%desc")
+        self.run(*STRACE, "-y", "-o", log, "-e", "trace=%file,%desc")
         for line in log.read_text(errors="replace").splitlines():
             name = line.partition("(")[0]
             if calls or str(self.root) in line.partition("(")[2] and name != "execve":
@@ -122,7 +118,7 @@ class Trials:
         log = self.root / f"{threading.get_ident()}.log"
         injections = [part for injection in fault.injections for part in ("-e", "inject=" + injection)]
         trace = "trace=" + ",".join(sorted({injection.partition(":")[0] for injection in fault.injections}))
-        outcome = self.run("strace", "-qq", "-o", log, "-e", trace, *injections)
+        outcome = self.run(*STRACE, "-o", log, "-e", trace, *injections)
         text = log.read_text(errors="replace")
         failed = set(re.findall(r"^(\w+)\(.*INJECTED", text, re.M)) | set(re.findall("SIGKILL|SIGINT", text))
         self.met.update(failed)
@@ -172,20 +168,19 @@ def judge(tmp_path, faults_of, objection_of):
     """Lets every command fail in every way, on all processors."""
     with ThreadPoolExecutor(os.cpu_count()) as pool:
         trials = list(pool.map(lambda row: Trials(*row, tmp_path), COMMANDS.items()))
-        faults = [(trial, fault) for trial in trials for fault in faults_of(trial)][::SHARE]
+        faults = [(trial, fault) for trial in trials for fault in faults_of(trial)]
         objections = [told for told in pool.map(lambda pair: objection_of(*pair), faults) if told]
     assert not objections, "\n".join([f"{len(objections)} of {len(faults)}", *objections[:50]])
     REMARKS.append(f"{len(faults)} runs of {len(trials)} commands")
 
 
-@pytest.mark.skipif(run("strace", "-qq", "-o", os.devnull, "true").returncode != 0, reason="this system lets no process be traced")
+@needs_strace
 def test_every_call_of_every_command_fails(tmp_path):
     judge(tmp_path, Trials.faults, Trials.failing)
     REMARKS.append("failed calls: " + ", ".join(f"{name} {count}" for name, count in Trials.met.most_common()))
     unmet = [names for names in CALLS if not any(Trials.met[name] for name in names.split())]
-    assert not unmet or SANITIZED, f"never failed: {unmet}"
+    assert not unmet, f"never failed: {unmet}"
 
 
-@pytest.mark.skipif(SANITIZED, reason="a sanitizer has an allocator of its own")
 def test_every_command_runs_out_of_memory(tmp_path):
     judge(tmp_path, Trials.allocations, Trials.starving)

@@ -7,7 +7,7 @@ import shutil
 
 import pytest
 
-from conftest import BIN, SANITIZED, edit, packets, probe, run, sha, word
+from conftest import BIN, SANITIZED, STRACE, edit, needs_strace, packets, probe, run, sha, word
 
 
 def test_moov_first_keeps_every_packet(recordings, tmp_path):
@@ -61,12 +61,13 @@ STEPS = {
 }
 
 
-@pytest.mark.skipif(run("strace", "-qq", "-o", os.devnull, "true").returncode != 0, reason="this system lets no process be traced")
+@needs_strace
+@pytest.mark.skipif(SANITIZED, reason="a sanitizer makes calls of its own")
 @pytest.mark.parametrize("line, order, faults", STEPS.values(), ids=STEPS)
 def test_each_step_is_made_in_its_order_or_the_file_stays(recordings, tmp_path, line, order, faults):
     video, log = tmp_path / "v", tmp_path / "log"
     before = recordings.moov_last().read_bytes()
-    traced = ["strace", "-qq", "-o", log, "-e", "trace=write,copy_file_range,ftruncate,fchown,fchmod,fsync,fdatasync,rename"]
+    traced = [*STRACE, "-o", log, "-e", "trace=write,copy_file_range,ftruncate,fchown,fchmod,fsync,fdatasync,rename"]
     for fault, (status, mode) in {"": (0, 0o4755), **faults}.items():
         video.write_bytes(before)
         video.chmod(0o4755)

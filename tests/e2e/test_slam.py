@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from conftest import BIN, box, limited_to, packets, run, sha
+from conftest import BIN, STRACE, box, limited_to, needs_strace, packets, run, sha
 
 PELLMOR = BIN / "Pellmor"
 BANNER = b"Pellmor.exe\n"
@@ -211,7 +211,7 @@ INTERRUPTS = [
 ]
 
 
-@pytest.mark.skipif(run("strace", "-qq", "-o", os.devnull, "true").returncode != 0, reason="this system lets no process be traced")
+@needs_strace
 @pytest.mark.parametrize("kind, fault, status, error", INTERRUPTS)
 def test_an_interrupt_ends_what_runs_unless_it_is_done(recording, side, tmp_path, kind, fault, status, error):
     os.truncate(side, 20 << 20)
@@ -219,7 +219,7 @@ def test_an_interrupt_ends_what_runs_unless_it_is_done(recording, side, tmp_path
         call("wmap", recording, side)
         side.write_bytes(b"an older payload")
     before = {path: sha(path) for path in tmp_path.iterdir()}
-    result = run("strace", "-qq", "-o", "/dev/null", "-e", "inject=" + fault, PELLMOR, "-kind:" + kind, recording, side)
+    result = run(*STRACE, "-o", "/dev/null", "-e", "inject=" + fault, PELLMOR, "-kind:" + kind, recording, side)
     assert (result.returncode, result.stderr) == (status, error)
     assert status == 0 or {path: sha(path) for path in tmp_path.iterdir()} == before
     assert len(os.listdir(tmp_path)) == len(before)
