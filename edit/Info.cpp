@@ -190,8 +190,8 @@ double rounded(double degrees) {
     return std::round(degrees * 1e7) / 1e7;
 }
 
-/// The location text has the most digits, the box of fixed-point numbers often is the only one with an
-/// altitude.
+/// The location text has the most digits. The box of fixed-point numbers often is the only one with an
+/// altitude, but has no word for an unknown one other than 0.
 std::optional<Facts::Position> locationIn(FileIO& file, const MP4::MOOV& moov) {
     GPSInfo position;
     if (const BOX* const given = moov.first("udta.@xyz")) {
@@ -213,7 +213,7 @@ std::optional<Facts::Position> locationIn(FileIO& file, const MP4::MOOV& moov) {
     found.longitude = rounded(told ? position.longitude.value : numbers->longitude);
     if (told && position.altitude.valid) {
         found.altitude = position.altitude.value;
-    } else if (numbers != nullptr && numbers->hasAltitude) {
+    } else if (numbers != nullptr && numbers->hasAltitude && !(told && numbers->altitude == 0)) {
         found.altitude = numbers->altitude;
     }
     return found;
