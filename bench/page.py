@@ -8,7 +8,8 @@ HEAD = """# Performance
 
 Measured by `bench/run.py --publish`, which writes this page anew. All commands of a table ran in turn, round after round;
 what stands here is the median of the rounds, of whole processes, with warm caches. "beside" is the median of the ratios to
-the second command of the table, round by round. "written" is what the process handed to the disk.
+the second command of the table, round by round. "written" is what the process handed to the disk; "opens" counts those of
+the files that the command names.
 """
 
 
@@ -33,9 +34,9 @@ def machine(home, options):
 
 
 def table(job, tools):
-    yield f"\n{job}:\n\n| command | time | beside | CPU | peak memory | written |\n|---|--:|--:|--:|--:|--:|"
+    yield f"\n{job}:\n\n| command | time | beside | CPU | peak memory | written | system calls | opens |\n|---|--:|--:|--:|--:|--:|--:|--:|"
     for tool in tools:
-        yield f"| `{tool.name}` | {tool.wall:.4f} s | {tool.beside(tools[1]):.2f} x | {tool.cpu:.4f} s | {tool.peak:.1f} MiB | {tool.written / (1 << 20):.1f} MiB |"
+        yield f"| `{tool.name}` | {tool.wall:.4f} s | {tool.beside(tools[1]):.2f} x | {tool.cpu:.4f} s | {tool.peak:.1f} MiB | {tool.written / (1 << 20):.1f} MiB | {tool.calls:,} | {sum(tool.opens.values())} |"
 
 
 def plot(folder, name, variable, points):

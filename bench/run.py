@@ -42,6 +42,8 @@ class Tool:
     cpus: list = field(default_factory=list)
     written: int = 0
     peak: float = 0.0
+    calls: int = 0
+    opens: dict = field(default_factory=dict)  # of each path of the command
 
     @property
     def wall(self):
@@ -93,6 +95,8 @@ class Bench:
             told = self.work / "peak"
             self.once(tool, [self.peaks, "-f", "%M", "-o", told])
             tool.peak = int(told.read_text().split()[-1]) / 1024
+            if show:
+                self.count(tool)
         if show:
             self.tables.append((job, tools))
             print(f"  {job}")
@@ -100,17 +104,20 @@ class Bench:
                 ratio = tool.beside(tools[1]) if len(tools) > 1 else 1
                 print(
                     f"    {tool.name:<44} {tool.wall:9.4f} s {ratio:8.2f} x   cpu {tool.cpu:8.4f} s   "
-                    f"peak {tool.peak:8.1f} MiB   written {tool.written / (1 << 20):8.1f} MiB",
+                    f"peak {tool.peak:8.1f} MiB   written {tool.written / (1 << 20):8.1f} MiB   calls {tool.calls:8} ({sum(tool.opens.values())} opens)",
                     flush=True,
                 )
         return tools
 
-    def calls(self, tool, source=None):
-        """How many system calls a command makes, and how often it opens the source."""
+    def count(self, tool):
+        """How many system calls a command makes, and how often it opens each file that it names."""
         log = self.work / "calls"
-        self.once(tool, ["strace", "-f", "-o", log])
-        text = log.read_text(errors="replace").splitlines()
-        return len(text), sum(f'"{source}"' in line and "open" in line for line in text)
+        self.once(tool, ["strace", "-f", "-s", "0", "-o", log])
+        with open(log, errors="replace") as lines:
+            for line in lines:
+                tool.calls += 1
+                for path in filter(Path.is_absolute, map(Path, map(str, tool.command[1:]))):
+                    tool.opens[path] = tool.opens.get(path, 0) + (" open" in line and f'"{path}"' in line)
 
     def limit(self, what, value, limit, unit="x"):
         met = value <= limit or self.quick  # of small inputs no limit is judged
