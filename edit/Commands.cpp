@@ -20,6 +20,12 @@ void fileArgument(CLI::App& app, Options& options) {
     app.add_option_function<std::string>("FILE", take, "MP4 file")->required();
 }
 
+CLI::Option* outputOption(CLI::App& app, Options& options, const char* what) {
+    app.add_flag("--force", options.force, "replace OUTPUT if it is there");
+    const auto named = [](const std::string& path) { return path.empty() ? "an empty path" : ""; };
+    return app.add_option("-o,--output", options.output, what)->check(named);
+}
+
 const std::vector<Command>& commands() {
     static const std::vector<Command> table{
         {"info", looking, Form::looks, "Tell what a recording is and what it carries", "info video.mp4",
@@ -54,7 +60,7 @@ const std::vector<Command>& commands() {
 
         {"full-range", video, Form::patches,
          "Mark H.264 video as full range or not, and set constraint_set1_flag", "full-range on video.mp4",
-         rangeArgument, fullRange, true},
+         rangeArgument, fullRange},
 
         {"append-sound", sound, Form::patches,
          "Append the spatial sound of another recording, or a stretch of it",

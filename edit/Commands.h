@@ -9,7 +9,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+} // namespace CLI
 
 namespace edit {
 
@@ -37,9 +38,6 @@ struct Command {
     /// and Failure.
     Work (*prepare)(const Options&);
 
-    /// Whether the tree must hold the contents of boxes; without them memory does not grow with the payloads.
-    bool needsContents = false;
-
     [[nodiscard]] bool extracts() const { return form == Form::extracts; }
     [[nodiscard]] bool edits() const { return form == Form::patches || form == Form::rewrites; }
 };
@@ -61,6 +59,8 @@ Work repair(const Options& options);
 
 /// FILE, of a command that takes a single one.
 void fileArgument(CLI::App& app, Options& options);
+/// -o, and the --force that goes with it.
+CLI::Option* outputOption(CLI::App& app, Options& options, const char* what);
 
 // Kinds.
 void getArguments(CLI::App& app, Options& options);

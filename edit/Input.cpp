@@ -105,20 +105,31 @@ bool looksLikeMp4(const MP4::Container& container) {
     return container.moov != nullptr || container.mdat != nullptr || container.root->first("ftyp") != nullptr;
 }
 
+void demandOther(const std::string& source, const std::string& place) {
+    std::error_code missing;
+    if (std::filesystem::equivalent(source, place, missing)) {
+        throw WrongArguments(place + ": is what the result is made from");
+    }
+}
+
 std::string contentOf(const std::string& path) {
     constexpr size_t block = 65536;
+    constexpr size_t longest = UINT32_MAX;
     std::string content;
+    bool fits = true;
     errno = 0;
     std::FILE* const file = path == "-" ? stdin : std::fopen(path.c_str(), "rbe");
     if (file != nullptr) {
         std::error_code unknown;
         const uintmax_t size = std::filesystem::file_size(path, unknown);
-        content.reserve(unknown ? 0 : size + block);
-        for (size_t got = block; got == block;) {
+        fits = unknown || size <= longest;
+        content.reserve(unknown || !fits ? 0 : size + block);
+        for (size_t got = block; got == block && fits;) {
             const size_t length = content.size();
             content.resize(length + block);
             got = std::fread(&content[length], 1, block, file);
             content.resize(length + got);
+            fits = content.size() <= longest;
         }
     }
     const bool failed = file == nullptr || std::ferror(file) != 0;
@@ -128,6 +139,9 @@ std::string contentOf(const std::string& path) {
     }
     if (failed) {
         throw Failure(path + ": could not be read: " + systemReason(error));
+    }
+    if (!fits) {
+        throw WrongArguments(path + ": too long for a box with a 32-bit size");
     }
     return content;
 }

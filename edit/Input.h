@@ -19,7 +19,11 @@ std::wstring widened(const std::string& path);
 /// Whether a file has any of the boxes that make it one.
 bool looksLikeMp4(const MP4::Container& container);
 
-/// The whole content of a side file; "-" is the standard input. Throws Failure with the system's reason.
+/// Throws WrongArguments if both name one file: what is made from a file cannot take its place or go into it.
+void demandOther(const std::string& source, const std::string& place);
+
+/// The whole content of a side file; "-" is the standard input. Throws Failure with the system's reason, and
+/// WrongArguments for one that no 32-bit size can tell.
 std::string contentOf(const std::string& path);
 
 /// The body of a box in a container's file, without header and without the identity of a `uuid` box. Throws

@@ -91,6 +91,13 @@ bool holds(const Container& container, const Kind& kind, const MP4::BOX& box, co
     return box.boxSize == prefix + content.size() && matches(container, box.offset + prefix, content);
 }
 
+const char* lacking(const Container& container, const Kind& kind) {
+    return kind.isTopLevel()                       ? nullptr
+           : container.moov == nullptr             ? "has no movie (moov)"
+           : !kind.isWholeBox() && !container.trak ? "has no video track"
+                                                   : nullptr;
+}
+
 bool putInto(Container& container, const Kind& kind, const std::string& content) {
     if (kind.isWholeBox()) {
         return container.replaceUdta(0, bytes(content));
@@ -116,8 +123,7 @@ bool putInto(Container& container, const Kind& kind, const std::string& content)
 void getArguments(CLI::App& app, Options& options) {
     kindArgument(app, options);
     fileArgument(app, options);
-    app.add_option("-o,--output", options.output, "where it goes; without it, or with -, to standard output");
-    app.add_flag("--force", options.force, "replace OUTPUT if it is there");
+    outputOption(app, options, "where it goes; without it, or with -, to standard output");
 }
 
 Work get(const Options& options) {
@@ -156,6 +162,10 @@ Work put(const Options& options) {
         demandUserData(content, options.input);
     }
     return [&kind, content = std::move(content)](Session& session) {
+        demandOther(session.options.input, session.name);
+        if (const char* const reason = lacking(session.container, kind)) {
+            return session.failedFor(reason);
+        }
         const MP4::BOX* const existing = boxOf(session.container, kind);
         const std::string name = kind.name;
         if (existing != nullptr && holds(session.container, kind, *existing, content)) {

@@ -30,6 +30,9 @@ std::string contentIn(const MP4::Container& container, const Kind& kind, const M
 bool holds(const MP4::Container& container, const Kind& kind, const MP4::BOX& box,
            const std::string& content);
 
+/// What a file would need before that kind could be put into it; null if it lacks nothing.
+const char* lacking(const MP4::Container& container, const Kind& kind);
+
 /// Puts the content in, also in the place of other content; whether that succeeded.
 bool putInto(MP4::Container& container, const Kind& kind, const std::string& content);
 

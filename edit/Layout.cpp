@@ -22,6 +22,19 @@ uint64_t chunksOf(const MP4::Container& container) {
     return chunks;
 }
 
+/// Whether there is a header with room for a creation time.
+bool hasHeader(const MP4::Container& container) {
+    constexpr uint64_t smallest = 8 + 4 + 4; // the box's own header, version and flags, the time
+    bool found = false;
+    for (const char* path : {"moov.mvhd", "moov.trak.tkhd", "moov.trak.mdia.mdhd"}) {
+        container.find(path, [&](const MP4::BOX& box) {
+            found = found || box.endWithin(container.root->boxSize) - box.offset >= smallest;
+            return !found;
+        });
+    }
+    return found;
+}
+
 } // namespace
 
 Work moovFirst(const Options&) {
@@ -29,6 +42,9 @@ Work moovFirst(const Options&) {
         MP4::Container& container = session.container;
         if (!container.isMdatFirst()) {
             return session.nothingToDo("moov is first");
+        }
+        if (container.moov == nullptr) {
+            return session.failedFor("has no movie (moov)");
         }
         if (!container.moovFirst()) {
             return session.failed("moov could not be moved");
@@ -53,6 +69,9 @@ void timeArgument(CLI::App& app, Options& options) {
 Work setTime(const Options& options) {
     return [given = timeOf(options.value)](Session& session) {
         const uint64_t time = given ? *given : lastChangeOf(session.name);
+        if (!hasHeader(session.container)) {
+            return session.failedFor("has no header that could hold a creation time");
+        }
         return session.container.updateTimeStamp(time)
                    ? session.done([&] { return "created " + shownTime(time); })
                    : session.failed("the time could not be set");

@@ -50,8 +50,7 @@ void dumpArguments(CLI::App& app, Options& options) {
 
 void pictureArguments(CLI::App& app, Options& options) {
     fileArgument(app, options);
-    app.add_option("-o,--output", options.output, "page to be written (-: standard output)")->required();
-    app.add_flag("--force", options.force, "replace it if it is there");
+    outputOption(app, options, "page to be written (-: standard output)")->required();
 }
 
 Work info(const Options& options) {
@@ -120,8 +119,9 @@ Work repair(const Options& options) {
         if (!result.done) {
             return session.failed(result.left.empty() ? "could not be repaired" : words());
         }
-        return result.taken.empty() && result.left.empty() ? session.nothingToDo("nothing is left over in it")
-                                                           : session.done(words);
+        return result.taken.empty() && result.left.empty()
+                   ? session.nothingToDo("there is nothing to take away")
+                   : session.done(words);
     };
 }
 

@@ -17,8 +17,9 @@ constexpr const char* mark = "MP4: "; ///< ahead of all that the toolkit says of
 /// What was said about one file.
 struct Heard {
     std::string file;
-    std::string reason; ///< the first one
-    int error = 0;      ///< the system's, when the toolkit spoke of a failure
+    std::string reason;  ///< the first one
+    std::string warning; ///< the first one on standard error
+    int error = 0;       ///< the system's, when the toolkit spoke of a failure
     bool verbose = false;
     bool printed = false;
 };
@@ -49,6 +50,9 @@ void hear(Stream stream, const std::string& text) {
         print(stderr, text);
     }
     heard.error = heard.error != 0 ? heard.error : error;
+    if (heard.warning.empty() && stream == Stream::err) {
+        heard.warning = bare(text);
+    }
     if (heard.reason.empty() && text.starts_with("open(")) {
         heard.reason = systemReason(error); // that the file does not open is plain; the system knows why
     } else if (heard.reason.empty() && stream == Stream::err) {
@@ -71,6 +75,7 @@ Messages::~Messages() {
 void Messages::begin(const std::string& file) {
     heard.file = file;
     heard.reason.clear();
+    heard.warning.clear();
     heard.error = 0;
     errno = 0;
 }
@@ -78,6 +83,10 @@ void Messages::begin(const std::string& file) {
 std::string Messages::reason() {
     const int error = heard.error != 0 ? heard.error : errno;
     return heard.reason.empty() && error != 0 ? systemReason(error) : heard.reason;
+}
+
+const std::string& Messages::warning() {
+    return heard.warning;
 }
 
 Messages::Printed::Printed() {

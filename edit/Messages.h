@@ -19,6 +19,8 @@ public:
     /// Why what was tried since then has failed, as the toolkit or else the system has told it; empty if
     /// neither has.
     static std::string reason();
+    /// What the toolkit has said on standard error since then, the first of it; empty if nothing.
+    static const std::string& warning();
 
     /// A scope in which the toolkit's results are printed, on standard output.
     class Printed {

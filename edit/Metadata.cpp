@@ -138,6 +138,10 @@ Work location(const Options& options) {
         if (container.moov == nullptr) {
             return session.failedFor("has no movie (moov) that could have a location");
         }
+        if (const char* const reason =
+                place.spherical.empty() ? nullptr : lacking(container, kindNamed("spherical"))) {
+            return session.failedFor(reason);
+        }
         if (isRefused(session, "xmp", place.packet) || isRefused(session, "spherical", place.spherical)) {
             return session.status();
         }

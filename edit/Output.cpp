@@ -80,6 +80,7 @@ Status writeResult(Session& session, const std::function<bool(const Sink&)>& wri
 
 Status writeFile(Session& session, const std::function<bool(const std::wstring&)>& write) {
     const std::string& output = session.options.output;
+    demandOther(session.name, output);
     Draft draft(output, session.options.force);
     if (!write(draft.path())) {
         return session.failed(output + " could not be written");

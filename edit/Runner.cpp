@@ -149,22 +149,26 @@ int Runner::run() {
         progress.begin(session.name, expected[i]);
         runOn(session);
         progress.clear();
+        const bool failed = session.status() == Status::failed;
+        const bool all = !failed && i + 1 == expected.size(); // a signal that came then has ended nothing
+        if (Brisa::Interrupts::signal() != 0 && failed) {
+            return interrupted(session.name);
+        }
         tell(session);
         worst = worse(worst, session.status());
-        const bool all = session.status() != Status::failed && i + 1 == expected.size();
-        if (Brisa::Interrupts::signal() != 0 && !all) { // one that came when all was done has ended nothing
-            return interrupted();
+        if (Brisa::Interrupts::signal() != 0 && !all) {
+            return interrupted("pellmor-edit");
         }
     }
-    if (!command.edits() && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
+    if ((!command.edits() || options.dryRun) && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
         tell("pellmor-edit", ("standard output could not be written: " + systemReason(errno)).c_str());
         worst = Status::failed;
     }
     return static_cast<int>(worst);
 }
 
-int Runner::interrupted() const {
-    tell("pellmor-edit", ("interrupted by " + Brisa::wchar::toBytes(Brisa::Interrupts::name())).c_str());
+int Runner::interrupted(const std::string& name) const {
+    tell(name, ("interrupted by " + Brisa::wchar::toBytes(Brisa::Interrupts::name())).c_str());
     constexpr int bySignal = 128;
     return bySignal + Brisa::Interrupts::signal();
 }
@@ -187,7 +191,7 @@ void Runner::work(Session& session) {
     }
     const Times times(session.name, options.output.empty() ? session.name : options.output);
     if (options.dryRun || options.output.empty()) {
-        editInPlace(session);
+        edit(session, session.path);
     } else {
         editTo(options.output, session);
     }
@@ -198,7 +202,8 @@ void Runner::work(Session& session) {
 
 void Runner::edit(Session& session, const std::wstring& path) {
     MP4::Container& container = session.container;
-    container.keepContents = command.needsContents;
+    const bool backupWanted = options.backup && options.output.empty() && !options.dryRun;
+    container.keepContents = false;
     container.keepUserData = true;
     container.newMovieBox = !options.rewrite && container.outputPath == nullptr;
     container.dryRun = options.dryRun;
@@ -208,32 +213,22 @@ void Runner::edit(Session& session, const std::wstring& path) {
         session.failed("could not be read whole");
     } else if (!looksLikeMp4(container)) {
         session.failedFor("is no MP4 file");
+    } else if (Backup backup(session); backupWanted && !backup.make()) {
+        session.failed(session.name + "~ could not be written");
     } else {
         Messages::begin(session.name);
         chosen(session);
     }
 }
 
-void Runner::editInPlace(Session& session) {
-    Backup backup(session);
-    if (options.backup && !options.dryRun && !backup.make()) {
-        session.failed(session.name + "~ could not be written");
-        return;
-    }
-    edit(session, session.path);
-}
-
 void Runner::editTo(const std::string& output, Session& session) {
-    for (const std::string& source : {session.name, options.input}) {
-        std::error_code missing;
-        if (std::filesystem::equivalent(source, output, missing)) {
-            throw WrongArguments(output + ": is what the result is made from");
-        }
-    }
+    demandOther(session.name, output);
+    demandOther(options.input, output);
     Draft draft(output, options.force, NewFile::Access::owner);
     // An XMP packet is appended to a file as it stands.
     const bool rewrites = command.form == Form::rewrites && !options.xmp;
-    bool copied = rewrites || draft.copyOf(session.path);
+    session.container.keepContents = false;
+    bool copied = rewrites || (session.container.claim(session.path) && draft.copyOf(session.path));
     if (copied && rewrites) {
         session.container.outputPath = draft.path().c_str();
         edit(session, session.path);
@@ -253,6 +248,9 @@ void Runner::tell(const Session& session) const {
     if (!session.text().empty() && (session.status() != Status::done || !options.quiet)) {
         const bool planned = options.dryRun && session.changed();
         tell(session.name, planned ? "would be changed; this was a dry run" : session.text().c_str());
+    }
+    if (session.status() == Status::done && !options.verbose && !Messages::warning().empty()) {
+        tell(session.name, Messages::warning().c_str());
     }
 }
 

@@ -16,10 +16,9 @@ public:
 
 private:
     void runOn(Session& session);
-    [[nodiscard]] int interrupted() const;
+    [[nodiscard]] int interrupted(const std::string& name) const;
     void work(Session& session);
     void edit(Session& session, const std::wstring& path);
-    void editInPlace(Session& session);
     void editTo(const std::string& output, Session& session);
     void tell(const Session& session) const;
     void tell(const std::string& name, const char* text) const;

@@ -40,8 +40,7 @@ void addCommand(CLI::App& app, const Command& command, Options& options) {
         own.add_flag("--null", options.zeroBytes, "-0: a zero byte behind each of those instead");
     }
     if (command.edits()) {
-        own.add_option("-o,--output", options.output, "leave FILE as it is and write the result here");
-        own.add_flag("--force", options.force, "replace OUTPUT if it is there");
+        edit::outputOption(own, options, "leave FILE as it is and write the result here");
         own.add_flag("--rewrite", options.rewrite, "write the file anew rather than a new moov behind it");
         own.add_flag("-n,--dry-run", options.dryRun, "show what would be done, and do nothing");
         own.add_flag("--backup", options.backup, "keep the old file as FILE~");

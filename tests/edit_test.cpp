@@ -104,13 +104,19 @@ TEST(Rewrite, LosesNothingThatOthersDoMeanwhile) {
         return container.modifyContainer(
             L"test", [&](BinFile& from, BinFile& to, unsigned long long&) { return from.copyTo(to, 8) == 8 && meanwhile(); }, step, step);
     };
+    const auto flush = [&](Container& container, const Meanwhile& meanwhile) { // asked behind it
+        const Brisa::Watch watch([&](uint64_t) { return meanwhile(); });
+        return rewrite(container, [] { return true; });
+    };
     struct Case {
         std::function<bool(Container&, const Meanwhile&)> edit;
         Meanwhile meanwhile;
         const char* words;
     };
-    for (const auto& [edit, meanwhile, words] :
-         {Case{append, rename, "another file took its place"}, {rewrite, rename, "wrote to it"}, {rewrite, write, "wrote to it"}}) {
+    for (const auto& [edit, meanwhile, words] : {Case{append, rename, "no longer names it"},
+                                                 {rewrite, rename, "wrote to it"},
+                                                 {rewrite, write, "wrote to it"},
+                                                 {flush, write, "wrote to it"}}) {
         Container container;
         ASSERT_TRUE(container.attach(scratch.file(box("free"))));
         const auto told = printed([&, &run = edit, &disturb = meanwhile] { EXPECT_FALSE(run(container, disturb)); });

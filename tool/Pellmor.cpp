@@ -75,8 +75,8 @@ bool isPlainFile(const std::wstring& path) {
 /// Whether a plain file begins with the box that a recording begins with.
 bool beginsAsRecording(FileIO& file) {
     std::array<char, 8> header{};
-    return file.isPlain() && file.readAll(header.data(), header.size()) == header.size() &&
-           std::string_view(&header[4], 4) == "ftyp";
+    const bool read = file.isPlain() && file.readAll(header.data(), header.size()) == header.size();
+    return file.failed() || (read && std::string_view(&header[4], 4) == "ftyp"); // or nobody can tell
 }
 
 /// Whether anything says that the file is a recording.
@@ -102,6 +102,9 @@ bool destroysRecording(const std::wstring& mp4Path, const std::wstring& mapPath)
         return false;
     }
     FileIO side(mapPath, 's');
+    if (!side.isOpen()) {
+        return refused(mapPath, L"is there and cannot be read; it is not overwritten");
+    }
     if (side.isFileAt(mp4Path)) {
         return refused(mapPath, L"is the MP4 file itself; it is not overwritten");
     }
@@ -114,7 +117,7 @@ bool areMistaken(const std::wstring& mp4Path, FileIO& side, const std::wstring& 
         return refused(mapPath, L"is the MP4 file itself; it is not put into itself");
     }
     return beginsAsRecording(side) && !holdsRecording(mp4Path) &&
-           refused(mapPath, L"is a recording and the other file is none: are they swapped?");
+           refused(mapPath, L"is a recording and the other file is none; they may be swapped");
 }
 
 int readFromMp4File(const SlamKind& kind, const std::wstring& mp4Path, const std::wstring& mapPath) {

@@ -64,6 +64,13 @@ def test_every_kind_is_put_replaced_and_removed_wherever_it_stands(recording, tm
         ("!moov-first @missing @v", 1, "missing: could not be opened: No such file or directory"),
         ("moov-first @v -o @text", 3, "text is there already"),
         ("moov-first @v --backup", 3, "v~ is there already"),
+        ("moov-first @v --output=", 2, "--output"),
+        ("get udta @v -o @v --force", 2, "is what the result is made from"),
+        ("put map @v @v", 2, "is what the result is made from"),
+        ("put map @long @v", 2, "too long"),
+        ("set-time now @bare", 1, "no header that could hold"),
+        ("moov-first @bare", 1, "has no movie"),
+        ("put spherical @xml @bare", 1, "has no movie"),
         ("remove sound @v", 4, "v: has no sound"),
         ("location 1,2 @v -n", 0, "dry run"),
         ("!location -33.8,151.2,-5 @v", 0, "v: location -33.8+151.2-5/"),
@@ -73,12 +80,16 @@ def test_every_kind_is_put_replaced_and_removed_wherever_it_stands(recording, tm
 def test_each_outcome_has_its_status_and_its_words(recordings, tmp_path, line, status, told):
     video = shutil.copy(recordings.moov_last(), tmp_path / "v")
     (tmp_path / "text").write_text("text")
+    (tmp_path / "xml").write_text("<a/>")
+    (tmp_path / "bare").write_bytes(box(b"ftyp") + box(b"mdat"))
+    (tmp_path / "long").touch()
+    os.truncate(tmp_path / "long", 5 << 30)
     (tmp_path / "v~").write_text("old")
-    before = sha(video)
+    before, there = sha(video), set(tmp_path.iterdir())
     result = run(EDIT, *line.lstrip("!").replace("@", f"{tmp_path}/").split())
     assert result.returncode == status and told in result.stderr.decode(), result.stderr
     assert (sha(video) != before) == line.startswith("!")
-    assert {path.name for path in tmp_path.iterdir()} == {"v", "v~", "text"}
+    assert set(tmp_path.iterdir()) == there
 
 
 def test_an_edit_keeps_what_it_is_told_to_keep(recordings, tmp_path):

@@ -42,7 +42,10 @@ def is_whole(content, before, after):
     *_, (_, start, end) = boxes(before)
     closed = before[:start] + (end - start).to_bytes(4, "big") + before[start + 4 :]
     head, tail = content[: len(before)], content[len(before) :]
-    ignored = b"free".startswith(tail[4:8]) or tail == after[len(before) :]
+    hidden = b"free".startswith(tail[4:8])
+    ignored = hidden or tail == after[len(before) :]
+    if b"ZADT" in tail and not hidden and head == before != after[: len(before)]:
+        return False  # sound counts no earlier than the record that tells where it lies
     return head in (before, closed, after[: len(before)]) and ignored and b"moov" in [kind for kind, *_ in boxes(content)]
 
 

@@ -121,10 +121,12 @@ def test_check_and_repair(recordings, tmp_path, name):
 
 def test_what_is_no_recording_is_named(tmp_path):
     (tmp_path / "text").write_text("no boxes\n")
-    for command in (["info"], ["check"], ["repair"], ["dump", "--json"]):
-        for file in ("text", "nope", "."):
+    (tmp_path / "part").write_bytes(box(b"moov", word(3000) + b"trak") + box(b"free") * 300)  # more headers than bytes
+    for command in (["info"], ["check"], ["repair"], ["dump"], ["dump", "--json"]):
+        for file in ("text", "nope", ".", "part"):
             result = run(BIN / "pellmor-edit", *command, file, cwd=tmp_path)
             assert result.returncode == 1 and result.stderr.startswith(file.encode() + b": ")
+            assert (b"could not be read whole" in result.stderr) == (file == "part")
 
 
 def huge():

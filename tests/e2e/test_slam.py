@@ -76,6 +76,11 @@ def test_wrong_arguments_show_the_usage(arguments):
     assert (result.returncode, result.stdout) == (255, BANNER + USAGE)
 
 
+def test_a_long_argument_is_cut_and_that_is_told(tmp_path):
+    result = run(PELLMOR, "-kind:rmap", "x" * 5000, "side", cwd=tmp_path)
+    assert result.stdout.splitlines()[1] == b"-kind:rmap " + b"x" * 2048 + b" side" and b"5000 characters is cut" in result.stderr
+
+
 @pytest.mark.parametrize("locale", ["POSIX", "C.UTF-8"])
 def test_names_arrive_byte_for_byte(side, tmp_path, locale):
     for number, name in enumerate(["Lehrpfad Süd", "日本 かな", b"\xff\xc3", " a  b ", "\U0010ff41", "x" * 243]):
@@ -201,6 +206,17 @@ def test_an_interrupt_ends_what_waits(recording, tmp_path, name):
     assert (process.returncode, out[-19:]) == (128 + number, b"mapFile read error.")
     assert error == f"Pellmor: interrupted by SIG{name}; nothing was changed\n".encode()
     assert recording.read_bytes() == before
+
+
+@needs_strace
+def test_what_cannot_be_looked_at_is_not_overwritten(recording, side, tmp_path):
+    other = tmp_path / "other.mp4"
+    other.write_bytes(recording.read_bytes())
+    call("wmap", recording, side)
+    for fault in ("openat:error=EIO:when=1", "read:error=EIO:when=1"):
+        result = run(*STRACE, "-o", "/dev/null", "-P", other, "-e", "inject=" + fault, PELLMOR, "-kind:rmap", recording, other)
+        assert (result.returncode, result.stdout[-20:]) == (251, b"mapFile write error.") and b"not overwritten" in result.stderr
+    assert other.read_bytes() + slam_box("map", b"payload") == recording.read_bytes()
 
 
 INTERRUPTS = [

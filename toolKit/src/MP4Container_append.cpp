@@ -63,7 +63,7 @@ bool isText(uint32_t tag) {
                        [](uint8_t byte) { return (byte >= 0x20 && byte <= 0x7E) || byte == 0xA9; });
 }
 
-Objection objectionTo(const Tail& tail, const BinFile& file) {
+Objection objectionTo(const Container& container, const Tail& tail, BinFile& file) {
     const uint64_t reached = tail.last != nullptr ? tail.last->end() : 0;
     if (file.failed()) {
         return L"it cannot be read";
@@ -83,13 +83,17 @@ Objection objectionTo(const Tail& tail, const BinFile& file) {
     if (tail.openEnded && tail.last->boxSize > UINT32_MAX) {
         return L"its last box is open-ended, and too long for a 32-bit size";
     }
+    const uint64_t length = container.root->boxSize;
+    if (tail.leftover && pointersOf(*container.root, file).pointInto(file, tail.length, length)) {
+        return L"its last box is cut off, and media data lies in it";
+    }
     return {};
 }
 
 } // namespace
 
 Objection objectionToAppend(const Container& container, BinFile& file) {
-    return objectionTo(tailOf(*container.root, file), file);
+    return objectionTo(container, tailOf(*container.root, file), file);
 }
 
 uint64_t endForAppend(const Container& container) {
@@ -103,7 +107,7 @@ uint64_t endForAppend(const Container& container) {
 bool appendBox(Container& container, FileIO& file, const NewBox& box) {
     BinFile view(file);
     const Tail tail = tailOf(*container.root, view);
-    if (const Objection reason = objectionTo(tail, view); !reason.empty()) {
+    if (const Objection reason = objectionTo(container, tail, view); !reason.empty()) {
         return refuse(container.path, reason);
     }
     if (tail.leftover && !file.truncate(tail.length)) {
@@ -175,7 +179,7 @@ bool appendOrReplace(Container& container, const BOX* old, const ByteArray& head
         if (container.dryRun) {
             BinFile view(claim.file());
             const Tail tail = tailOf(*container.root, view);
-            const Objection reason = objectionTo(tail, view);
+            const Objection reason = objectionTo(container, tail, view);
             if (reason.empty()) {
                 Console::out(L"plan: append %llu bytes at %llu\n", static_cast<unsigned long long>(box.size),
                              static_cast<unsigned long long>(tail.length));

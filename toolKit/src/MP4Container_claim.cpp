@@ -121,8 +121,8 @@ bool Claim::update(const std::function<bool(FileIO&)>& work) {
     const bool done = work(writing);
     container.parsed = writing.identity();
     // It is committed: only another file at the path makes it fail, not that nobody can look.
-    return done && (!isReplaced(writing, container.path) ||
-                    refuse(container.path, L"another file took its place while it was edited"));
+    return done &&
+           (!isReplaced(writing, container.path) || refuse(container.path, L"its path no longer names it"));
 }
 
 Attempt::Attempt(FileIO& file_) : file(file_), length(file_.length()) {}
@@ -155,7 +155,7 @@ bool Attempt::remember(uint64_t offset, uint64_t size) {
 
 bool Attempt::overwrite(uint64_t offset, const ByteArray& bytes) {
     return remember(offset, bytes.size()) && file.seek_set(offset) &&
-           file.writeAll(bytes.data(), bytes.size()) == bytes.size();
+           file.write(bytes.data(), bytes.size()) == bytes.size(); // in one piece, not block by block
 }
 
 } // namespace MP4

@@ -37,12 +37,12 @@ std::unique_ptr<NewFile> newFileFor(const Container& container, const FileIO& ol
 
 /// A new file that is complete gets to its place.
 bool settle(Container& container, const Claim& claim, NewFile& file) {
-    if (!claim.isUntouched()) {
-        return refuse(container.path, L"somebody wrote to it meanwhile");
-    }
+    const auto lastLook = [&] {
+        return claim.isUntouched() || refuse(container.path, L"somebody wrote to it meanwhile");
+    };
     const bool beside = container.outputPath != nullptr;
     const std::wstring place = beside ? container.outputPath : container.path;
-    if (!file.take(place, !beside, &claim.file())) {
+    if (!file.take(place, !beside, &claim.file(), lastLook)) {
         return refuse(file.path(), text(L"it cannot take the place of %ls", place.c_str()));
     }
     if (beside) {

@@ -288,8 +288,11 @@ enum class Sameness { same, other, unknown };
 Sameness compared(int descriptor, const std::wstring& path) {
     struct stat here {};
     struct stat there {};
-    if (::fstat(descriptor, &here) != 0 || ::stat(SystemPath(path), &there) != 0) {
+    if (::fstat(descriptor, &here) != 0) {
         return Sameness::unknown;
+    }
+    if (::stat(SystemPath(path), &there) != 0) {
+        return errno == ENOENT ? Sameness::other : Sameness::unknown;
     }
     const bool same = here.st_dev == there.st_dev && here.st_ino == there.st_ino;
     return same ? Sameness::same : Sameness::other;

@@ -127,8 +127,8 @@ bool NewFile::write(const std::wstring& path, const std::function<bool(FileIO&)>
     if (!content(made->file())) {
         return false;
     }
-    return made->take(place, !isNew, isNew ? nullptr : &old) ||
-           (!isNew && isFixed(errno) && overwrite(path, content));
+    return isNew ? made->takeNew(place)
+                 : made->take(place, true, &old) || (isFixed(errno) && overwrite(path, content));
 }
 
 bool NewFile::mayTake() const {
@@ -139,9 +139,10 @@ bool NewFile::mayTake() const {
     return Watch::goOn();
 }
 
-bool NewFile::take(const std::wstring& place, bool durable, const FileIO* old) {
+bool NewFile::take(const std::wstring& place, bool durable, const FileIO* old,
+                   const std::function<bool()>& lastLook) {
     if ((old != nullptr && !handle.adopt(*old)) || (durable && !handle.sync()) || !mayTake() ||
-        !FileIO::rename(name, place)) {
+        (lastLook && !lastLook()) || !FileIO::rename(name, place)) {
         return false;
     }
     temporary = false;

@@ -46,9 +46,10 @@ public:
     [[nodiscard]] const std::wstring& path() const { return name; }
 
     /// Takes `place` by one rename, in the stead of whatever is there. Before that it adopts `old` if
-    /// one is given, is on the disk if `durable`, and Watch is asked a last time; when it is done, the
-    /// folder is on the disk too, if `durable`. False, with nothing changed, and errno says why.
-    bool take(const std::wstring& place, bool durable, const FileIO* old = nullptr);
+    /// one is given, is on the disk if `durable`, Watch is asked a last time, and then `lastLook`; when it is
+    /// done, the folder is on the disk too, if `durable`. False, with nothing changed, and errno says why.
+    bool take(const std::wstring& place, bool durable, const FileIO* old = nullptr,
+              const std::function<bool()>& lastLook = {});
     /// The same without an old file and on no disk: false, with EEXIST, where something is at `place`.
     bool takeNew(const std::wstring& place);
     /// Stays under its own name.
