@@ -291,7 +291,9 @@ void readPayloads(const MP4::Container& container, Facts& facts) {
         return true;
     };
     container.find("uuid", add);
-    container.find("moov.trak.uuid", add);
+    if (container.moov != nullptr) {
+        container.moov->find("trak.uuid", add);
+    }
 }
 
 /// 2026-11-23T10:00:00Z

@@ -105,6 +105,24 @@ bool looksLikeMp4(const MP4::Container& container) {
     return container.moov != nullptr || container.mdat != nullptr || container.root->first("ftyp") != nullptr;
 }
 
+void findIn(const MP4::Container& container, const char* path, std::function<bool(MP4::BOX&)> predicate) {
+    constexpr std::string_view movie = "moov.";
+    if (!std::string_view(path).starts_with(movie)) {
+        container.find(path, std::move(predicate));
+    } else if (container.moov != nullptr) {
+        container.moov->find(path + movie.size(), std::move(predicate));
+    }
+}
+
+MP4::BOX* firstIn(const MP4::Container& container, const char* path) {
+    MP4::BOX* first = nullptr;
+    findIn(container, path, [&first](MP4::BOX& box) {
+        first = first != nullptr ? first : &box;
+        return false;
+    });
+    return first;
+}
+
 void demandOther(const std::string& source, const std::string& place) {
     std::error_code missing;
     if (std::filesystem::equivalent(source, place, missing)) {
@@ -176,7 +194,7 @@ bool withBoxOf(const std::string& path, const char* boxPath,
     if (!other.attach(widened(path))) {
         throw Failure(path + ": could not be opened: " + Messages::reason());
     }
-    const MP4::BOX* const box = other.root->first(boxPath);
+    const MP4::BOX* const box = firstIn(other, boxPath);
     if (box == nullptr || box->endWithin(other.root->boxSize) != box->end()) {
         throw Failure(path + ": has no whole " + boxPath + " that could be taken");
     }

@@ -19,6 +19,12 @@ std::wstring widened(const std::string& path);
 /// Whether a file has any of the boxes that make it one.
 bool looksLikeMp4(const MP4::Container& container);
 
+/// The boxes at a path, as MP4::Container::find() has them. Of the movie boxes only the first one counts: a
+/// killed edit may leave a second one behind.
+void findIn(const MP4::Container& container, const char* path, std::function<bool(MP4::BOX&)> predicate);
+/// The first one; null if there is none.
+MP4::BOX* firstIn(const MP4::Container& container, const char* path);
+
 /// Throws WrongArguments if both name one file: what is made from a file cannot take its place or go into it.
 void demandOther(const std::string& source, const std::string& place);
 

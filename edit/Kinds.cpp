@@ -70,16 +70,21 @@ const Kind& kindNamed(const std::string& name) {
     return *std::find_if(kinds().begin(), kinds().end(), [&](const Kind& kind) { return kind.name == name; });
 }
 
-MP4::BOX* boxOf(const Container& container, const Kind& kind) {
-    MP4::BOX* found = nullptr;
-    container.find(kind.path, [&](MP4::BOX& box) {
+std::vector<MP4::BOX*> boxesOf(const Container& container, const Kind& kind) {
+    std::vector<MP4::BOX*> found;
+    findIn(container, kind.path, [&](MP4::BOX& box) {
         const bool right = kind.isWholeBox() || static_cast<const MP4::UUID&>(box).is(kind.identity);
-        if (found == nullptr && right && box.endWithin(container.root->boxSize) == box.end()) {
-            found = &box;
+        if (right && box.endWithin(container.root->boxSize) == box.end()) {
+            found.push_back(&box);
         }
-        return found == nullptr;
+        return true;
     });
     return found;
+}
+
+MP4::BOX* boxOf(const Container& container, const Kind& kind) {
+    const std::vector<MP4::BOX*> all = boxesOf(container, kind);
+    return all.empty() ? nullptr : all.front();
 }
 
 std::string contentIn(const Container& container, const Kind& kind, const MP4::BOX& box) {
@@ -192,15 +197,21 @@ Work remove(const Options& options) {
     }
     static const Kind sound{"sound", "uuid", MP4::SpatialData::_UUID};
     return [&kind = options.value == sound.name ? sound : kindNamed(options.value)](Session& session) {
-        MP4::BOX* const box = boxOf(session.container, kind);
+        std::vector<MP4::BOX*> all = boxesOf(session.container, kind);
         const std::string name = kind.name;
-        if (box == nullptr) {
+        if (all.empty()) {
             return session.notThere("has no " + name);
         }
-        const uint64_t size = box->boxSize;
-        return session.container.removeBox(*box)
-                   ? session.done([&] { return name + " removed (" + grouped(size) + " bytes)"; })
-                   : session.failed("the " + name + " could not be removed");
+        const uint64_t size = all.front()->boxSize;
+        // From the last to the first: until that goes, it is the one that counts.
+        for (bool more = true; more;) {
+            if (!session.container.removeBox(*all.back())) {
+                return session.failed("the " + name + " could not be removed");
+            }
+            more = all.size() > 1 && !session.options.dryRun;
+            all = more ? boxesOf(session.container, kind) : all;
+        }
+        return session.done([&] { return name + " removed (" + grouped(size) + " bytes)"; });
     };
 }
 

@@ -14,7 +14,7 @@ namespace {
 uint64_t chunksOf(const MP4::Container& container) {
     uint64_t chunks = 0;
     for (const char* table : {"moov.trak.mdia.minf.stbl.stco", "moov.trak.mdia.minf.stbl.co64"}) {
-        container.find(table, [&](MP4::BOX& box) {
+        findIn(container, table, [&](MP4::BOX& box) {
             chunks += static_cast<const MP4::STCO&>(box).entryCount;
             return true;
         });
@@ -27,7 +27,7 @@ bool hasHeader(const MP4::Container& container) {
     constexpr uint64_t smallest = 8 + 4 + 4; // the box's own header, version and flags, the time
     bool found = false;
     for (const char* path : {"moov.mvhd", "moov.trak.tkhd", "moov.trak.mdia.mdhd"}) {
-        container.find(path, [&](const MP4::BOX& box) {
+        findIn(container, path, [&](const MP4::BOX& box) {
             found = found || box.endWithin(container.root->boxSize) - box.offset >= smallest;
             return !found;
         });

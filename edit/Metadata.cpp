@@ -72,7 +72,7 @@ struct Locations {
 
     Locations(const MP4::Container& container, const GPSInfo& wanted) {
         for (const char* path : locationPaths) {
-            const MP4::BOX* const box = container.root->first(path);
+            const MP4::BOX* const box = firstIn(container, path);
             same += box != nullptr && tells(container, *box, wanted) ? 1 : 0;
             other += box != nullptr && !tells(container, *box, wanted) ? 1 : 0;
         }
@@ -161,9 +161,8 @@ Work location(const Options& options) {
 Work removeLocation(const Options&) {
     return [](Session& session) {
         const MP4::Container& container = session.container;
-        const bool there = std::any_of(locationPaths.begin(), locationPaths.end(), [&](const char* path) {
-            return container.root->first(path) != nullptr;
-        });
+        const bool there = std::any_of(locationPaths.begin(), locationPaths.end(),
+                                       [&](const char* path) { return firstIn(container, path) != nullptr; });
         if (!there) {
             return session.notThere("has no location");
         }
@@ -175,7 +174,7 @@ Work removeLocation(const Options&) {
 Work removeBadLocation(const Options&) {
     return [](Session& session) {
         constexpr uint64_t malformed = 28;
-        const MP4::BOX* const loci = session.container.root->first("moov.udta.loci");
+        const MP4::BOX* const loci = firstIn(session.container, "moov.udta.loci");
         const bool sound = loci == nullptr || loci->boxSize != malformed;
         if (!session.container.removeBadLOCI()) {
             return session.failed("the malformed location could not be taken out");
@@ -192,8 +191,11 @@ void sourceArgument(CLI::App& app, Options& options) {
 Work gpsMeta(const Options& options) {
     return [source = options.input](Session& session) {
         MP4::Container& container = session.container;
-        if (container.root->first("moov.meta") != nullptr) {
+        if (firstIn(container, "moov.meta") != nullptr) {
             return session.nothingToDo("moov has a meta box");
+        }
+        if (container.moov == nullptr || container.moov->children.size() < 3) {
+            return session.failedFor("has no movie (moov), or one that is next to empty");
         }
         return withBoxOf(source, "moov.meta",
                          [&](Brisa::FileIO& file, const MP4::BOX& meta) {

@@ -119,6 +119,8 @@ Runner::Runner(const Command& command_, const Options& options_) : command(comma
 
 int Runner::run() {
     const Messages messages(options.verbose);
+    // To the end of the process: once an edit is done, a signal is too late.
+    static const Brisa::Interrupts interrupts;
     Status worst = Status::done;
     try {
         if (!options.list.empty()) {
@@ -129,14 +131,14 @@ int Runner::run() {
             throw WrongArguments("-o takes the result of one FILE");
         }
         chosen = command.prepare(options);
-    } catch (const Failure& failure) {
-        tell("pellmor-edit", failure.what());
-        return static_cast<int>(failure.status);
     } catch (const std::exception& error) {
+        if (Brisa::Interrupts::signal() != 0) {
+            return interrupted("pellmor-edit");
+        }
         tell("pellmor-edit", error.what());
-        return static_cast<int>(Status::failed);
+        const auto* const failure = dynamic_cast<const Failure*>(&error);
+        return static_cast<int>(failure != nullptr ? failure->status : Status::failed);
     }
-    const Brisa::Interrupts interrupts;
     const Brisa::Watch::Hook mayGoOn = Brisa::Interrupts::hook();
     const std::vector<uint64_t> expected = workOn(options.files, options.input);
     Progress progress(std::accumulate(expected.begin(), expected.end(), uint64_t{0}), options.quiet);

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
+#include "Input.h"
 #include "MP4Box_avcc.h"
 
 namespace edit {
@@ -15,7 +16,7 @@ Work fullRange(const Options& options) {
     return [wanted = options.value](Session& session) {
         MP4::Container& container = session.container;
         const MP4::AVCC* record = nullptr;
-        container.find("moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&record](MP4::BOX& box) {
+        findIn(container, "moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&record](MP4::BOX& box) {
             record = static_cast<const MP4::AVCC*>(&box); // of several tracks the last one, as the edit does
             return false;
         });

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "Brisa/BrisaConsole.h"
+#include "Brisa/BrisaErrno.h"
 #include "Brisa/BrisaNewFile.h"
 
 using Brisa::Console;
@@ -46,10 +47,14 @@ const SlamKind* SlamKind::of(const MP4::Usertype& identity) {
 }
 
 bool SlamPayload::writeTo(FileIO& destination) const {
-    if (file == nullptr) {
-        return destination.writeAll(memory, size) == size;
+    const bool written = file == nullptr ? destination.writeAll(memory, size) == size
+                                         : file->seek_set(offset) && file->copyTo(destination, size) == size;
+    if (!written && destination.failed() && errno != EINTR) {
+        const Brisa::ErrnoKept kept;
+        Console::err(L"MP4: the payload could not be written: %ls.\n",
+                     Brisa::wchar::mbs2wcs(std::strerror(errno)).c_str());
     }
-    return file->seek_set(offset) && file->copyTo(destination, size) == size;
+    return written;
 }
 
 bool SlamPayload::readTo(void* room) const {

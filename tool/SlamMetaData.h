@@ -45,7 +45,8 @@ public:
         : file(&file_), offset(offset_), size(length) {}
 
     [[nodiscard]] uint64_t length() const { return size; }
-    /// Writes all of it at the destination's position.
+    /// Writes all of it at the destination's position. When the system does not let it, prints "MP4: the
+    /// payload could not be written: %ls.\n" on standard error, with its reason.
     bool writeTo(Brisa::FileIO& destination) const;
     /// Fills `room`, which has length() bytes or gets them, with all of it.
     bool readTo(void* room) const;

@@ -1,5 +1,6 @@
 """What pellmor-edit puts in, gets, removes, refuses and says, on real recordings."""
 
+import json
 import os
 import shutil
 
@@ -103,3 +104,18 @@ def test_an_edit_keeps_what_it_is_told_to_keep(recordings, tmp_path):
     assert run("sh", "-c", f"{EDIT} location 1,2 {video} --replace >&- 2>&-").returncode == 0
     assert run("sh", "-c", f"{EDIT} get udta {video} >/dev/full").returncode == 1
     assert probe(video) != report and probe(video)["format"]["tags"]["location"] == "+1.0000+02.0000/"
+
+
+@pytest.mark.parametrize("line", ["location 1,2 @", "put spherical xml @", "full-range on @"])
+def test_what_a_killed_edit_left_does_not_count(recordings, tmp_path, line):
+    (tmp_path / "xml").write_text("<a/>")
+    facts = {}
+    for name in ("whole", "killed"):
+        video = shutil.copy(recordings.moov_last(), tmp_path / name)
+        if name == "killed":  # between the two writes
+            content = (tmp_path / "whole").read_bytes()
+            video.write_bytes(video.read_bytes() + content[content.rindex(b"moov") - 4 :])
+        edit(*line.replace("@", name).split(), cwd=tmp_path)
+        facts[name] = json.loads(run(EDIT, "info", "--json", video).stdout)
+    for key in ("tracks", "location", "spherical", "moov"):
+        assert facts["killed"][key] == facts["whole"][key], key
