@@ -204,14 +204,13 @@ Work remove(const Options& options) {
         }
         const uint64_t size = all.front()->boxSize;
         // From the last to the first: until that goes, it is the one that counts.
-        for (bool more = true; more;) {
-            if (!session.container.removeBox(*all.back())) {
-                return session.failed("the " + name + " could not be removed");
+        while (session.container.removeBox(*all.back())) {
+            const bool more = all.size() > 1 && !session.options.dryRun;
+            if (!more || (all = boxesOf(session.container, kind)).empty()) {
+                return session.done([&] { return name + " removed (" + grouped(size) + " bytes)"; });
             }
-            more = all.size() > 1 && !session.options.dryRun;
-            all = more ? boxesOf(session.container, kind) : all;
         }
-        return session.done([&] { return name + " removed (" + grouped(size) + " bytes)"; });
+        return session.failed("the " + name + " could not be removed");
     };
 }
 
