@@ -43,13 +43,18 @@ Draft::~Draft() {
     }
 }
 
+void Draft::vacate() const {
+    FileIO::unlink(draft);
+}
+
 bool Draft::copyOf(const std::wstring& source) const {
     bool copied = false;
     FileIO::open(source, [&](FileIO& from) {
-        FileIO::open_a(draft, [&](FileIO& to) {
-            const uint64_t length = from.length();
-            copied = from.copyTo(to, length) == length && !from.failed() && to.adopt(from);
-        });
+        const auto to = Brisa::NewFile::at(draft);
+        const uint64_t length = from.length();
+        copied = to != nullptr && from.copyTo(to->file(), length) == length && !from.failed() &&
+                 to->file().adopt(from);
+        copied ? to->keep() : void();
     });
     return copied;
 }

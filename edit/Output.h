@@ -22,7 +22,10 @@ public:
     ~Draft();
 
     [[nodiscard]] const std::wstring& path() const { return draft; }
-    /// Fills it with a copy of a file, attributes included; whether that succeeded.
+    /// Takes the empty file away again, for one who renames a file of his own to this path: where one is
+    /// renamed over another, some systems write all of it to disk first.
+    void vacate() const;
+    /// Makes it a copy of a file, attributes included; whether that succeeded.
     [[nodiscard]] bool copyOf(const std::wstring& source) const;
     /// Puts the file in its place. Throws Failure.
     void finish();

@@ -232,6 +232,7 @@ void Runner::editTo(const std::string& output, Session& session) {
     session.container.keepContents = false;
     bool copied = rewrites || (session.container.claim(session.path) && draft.copyOf(session.path));
     if (copied && rewrites) {
+        draft.vacate();
         session.container.outputPath = draft.path().c_str();
         edit(session, session.path);
         const bool written = session.container.outputPath == nullptr;

@@ -16,7 +16,7 @@ READING, WRITING = ("EINTR", "EIO"), ("EINTR", "EIO", "ENOSPC")
 CALLS = {
     "openat open": WRITING, "read": READING, "write": WRITING, "lseek": READING, "newfstatat fstat": READING, "ftruncate": READING,
     "fsync fdatasync": WRITING, "copy_file_range": WRITING, "flock": READING, "fchmod": READING, "fchown": READING, "rename renameat renameat2": WRITING,
-    "utimensat": READING, "flistxattr fgetxattr fsetxattr": READING, "fremovexattr": READING, "unlink unlinkat": READING, "close": WRITING,
+    "utimensat": READING, "flistxattr fgetxattr fsetxattr": READING, "fstatfs": READING, "fremovexattr": READING, "unlink unlinkat": READING, "close": WRITING,
 }  # fmt: skip
 ERRORS = {name: errors for names, errors in CALLS.items() for name in names.split()}
 HARMLESS = {"access", "chdir", "execve", "fadvise64", "fcntl", "getcwd", "ioctl", "mmap", "readlink"}

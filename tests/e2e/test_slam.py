@@ -221,8 +221,8 @@ def test_what_cannot_be_looked_at_is_not_overwritten(recording, side, tmp_path):
 
 INTERRUPTS = [
     # kind, interrupted in which call, status, what standard error begins with
-    ("wmap", "copy_file_range:signal=INT:when=2", 130, b"Pellmor: interrupted by SIGINT; nothing was changed\n"),
-    ("rmap", "copy_file_range:signal=TERM:when=2", 143, b"Pellmor: interrupted by SIGTERM; nothing was changed\n"),
+    ("wmap", "write:signal=INT:when=8", 130, b"Pellmor: interrupted by SIGINT; nothing was changed\n"),
+    ("rmap", "write:signal=TERM:when=8", 143, b"Pellmor: interrupted by SIGTERM; nothing was changed\n"),
     ("rmap", "rename:signal=INT", 0, b""),  # too late
 ]
 

@@ -80,16 +80,19 @@ bool FileIO::mayGoOn(uint64_t transferred, bool more) {
 }
 
 uint64_t FileIO::copyTo(FileIO& destination, uint64_t size) {
-    constexpr uint64_t blockBytes = 65536;
-    uint64_t total = size < blockBytes ? 0 : copyWithin(destination, size);
+    constexpr uint64_t small = 65536;
+    constexpr uint64_t large = uint64_t{1} << 20;
+    uint64_t total = size < small ? 0 : copyWithin(destination, size);
     if (total == size) {
         return total;
     }
+    const uint64_t blockBytes = size - total < 2 * large ? small : large;
     const auto block = std::make_unique_for_overwrite<uint8_t[]>(std::min(blockBytes, size - total));
     while (total < size) {
-        // Blocks end at whole multiples of their size: a write that begins or ends within a page of
-        // the system's cache takes half as long again.
-        const uint64_t room = blockBytes - destination.position() % blockBytes;
+        // Writes begin and end at whole pages of the system's cache: within one they take half as long again.
+        // Large ones stay off the whole multiples of their size: there the system looks for as large a
+        // page, which may take it longer than the copying.
+        const uint64_t room = blockBytes - (destination.position() + blockBytes - small) % blockBytes;
         const uint64_t got = read(block.get(), std::min(room, size - total));
         if (got == 0 || got == ~uint64_t{0}) {
             break;

@@ -81,8 +81,8 @@ public:
     static bool open_a(const std::wstring& path, std::function<void(FileIO&)> work);
 
     /// Copies `size` bytes from this handle's offset to that of `destination`: within the system where
-    /// it can do that and they are many, else in blocks of up to 65,536 bytes. Ends early where the
-    /// source ends, at an error, or when Watch says so. Returns the bytes written.
+    /// it can do that fast, else in blocks of 65,536 bytes, or of 1 MiB when they are many. Ends early where
+    /// the source ends, at an error, or when Watch says so. Returns the bytes written.
     uint64_t copyTo(FileIO& destination, uint64_t size);
 
     [[nodiscard]] bool isOpen() const { return descriptor != 0; }
