@@ -19,7 +19,7 @@ CALLS = {
     "utimensat": READING, "flistxattr fgetxattr fsetxattr": READING, "fstatfs": READING, "fremovexattr": READING, "unlink unlinkat": READING, "close": WRITING,
 }  # fmt: skip
 ERRORS = {name: errors for names, errors in CALLS.items() for name in names.split()}
-HARMLESS = {"access", "chdir", "execve", "fadvise64", "fcntl", "getcwd", "ioctl", "mmap", "readlink"}
+HARMLESS = {"access", "chdir", "execve", "fadvise64", "fcntl", "getcwd", "ioctl", "mmap", "readlink", "sync_file_range"}
 LOOKING = {"read", "pread64", "lseek", "newfstatat", "fstat"}
 ALLOCATOR = str(BIN / "libfail_allocation.so")
 LEFT_BY_THE_DEAD = re.compile(r"\.tmp\.mp4$|\.part$")

@@ -118,6 +118,7 @@ bool Claim::update(const std::function<bool(FileIO&)>& work) {
     if (writing.identity() != container.parsed) {
         return refuse(container.path, L"it is not what was parsed of it");
     }
+    writing.flushSoon();
     const bool done = work(writing);
     container.parsed = writing.identity();
     // It is committed: only another file at the path makes it fail, not that nobody can look.

@@ -58,6 +58,9 @@ bool writeNewFile(Container& container, const Claim& claim, const Plan& plan) {
     if (file == nullptr) {
         return refuse(container.path, reason);
     }
+    if (container.outputPath == nullptr) {
+        file->file().flushSoon();
+    }
     BinFile source(claim.file());
     return plan.write(source, file->file()) && settle(container, claim, *file);
 }

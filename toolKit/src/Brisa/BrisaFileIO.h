@@ -112,6 +112,9 @@ public:
 
     /// Cuts the file to `size` bytes, or extends it with zeros. The offset stays.
     bool truncate(uint64_t size) const;
+    /// What is written from now on begins to go to the disk at once, some MiB at a time: a hint, for a sync()
+    /// or flush() that comes soon.
+    void flushSoon() { flushing = true; }
     /// Returns when everything written to the file is on the disk, and all that is known of it.
     bool sync() const;
     /// Returns when everything written to the file, and its length, is on the disk.
@@ -158,6 +161,7 @@ protected:
     bool seek(int64_t distance, int whence, const wchar_t* failure);
     uint64_t copyWithin(FileIO& destination, uint64_t size);
     bool mayGoOn(uint64_t transferred, bool more);
+    void written(uint64_t count);
 
     /// A second handle on the same descriptor, with the same position.
     FileIO(const FileIO&) = default;
@@ -166,6 +170,8 @@ protected:
     const std::wstring& path;
     int mode;
     uint64_t offset = 0;
+    bool flushing = false;
+    uint64_t flushed = 0; ///< up to where it has begun, while that is so
     mutable bool faulty = false;
 };
 

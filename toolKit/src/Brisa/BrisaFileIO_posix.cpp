@@ -211,11 +211,24 @@ uint64_t FileIO::write(const void* buffer, uint64_t count) {
     if (!isOpen()) {
         return ~uint64_t{0};
     }
-    const auto written =
+    const auto transferred =
         static_cast<uint64_t>(uninterrupted([&] { return ::write(descriptor, buffer, count); }));
-    faulty = faulty || written == ~uint64_t{0};
-    offset += written == ~uint64_t{0} ? 0 : written;
-    return written;
+    faulty = faulty || transferred == ~uint64_t{0};
+    written(transferred == ~uint64_t{0} ? 0 : transferred);
+    return transferred;
+}
+
+void FileIO::written(uint64_t count) {
+    flushed = std::min(flushed, offset);
+    offset += count;
+#ifdef SYNC_FILE_RANGE_WRITE
+    if (flushing && offset - flushed >= Watch::blockBytes) {
+        const ErrnoKept kept;
+        ::sync_file_range(descriptor, static_cast<off_t>(flushed), static_cast<off_t>(offset - flushed),
+                          SYNC_FILE_RANGE_WRITE);
+        flushed = offset;
+    }
+#endif
 }
 
 bool FileIO::seek_set(uint64_t position) {
@@ -386,7 +399,7 @@ uint64_t FileIO::copyWithin(FileIO& destination, uint64_t size) {
         const auto count = static_cast<uint64_t>(copied);
         total += count;
         offset += count;
-        destination.offset += count;
+        destination.written(count);
         if (!mayGoOn(count, total < size)) {
             break;
         }

@@ -124,6 +124,9 @@ bool NewFile::write(const std::wstring& path, const std::function<bool(FileIO&)>
         told(path);
         return false;
     }
+    if (!isNew) {
+        made->file().flushSoon();
+    }
     if (!content(made->file())) {
         return false;
     }
