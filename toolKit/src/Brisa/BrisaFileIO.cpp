@@ -87,7 +87,12 @@ uint64_t FileIO::copyTo(FileIO& destination, uint64_t size) {
         return total;
     }
     const uint64_t blockBytes = size - total < 2 * large ? small : large;
-    const auto block = std::make_unique_for_overwrite<uint8_t[]>(std::min(blockBytes, size - total));
+    // The system copies to and from whole pages a tenth faster.
+    struct alignas(4096) Page {
+        std::array<uint8_t, 4096> bytes;
+    };
+    const uint64_t pages = (std::min(blockBytes, size - total) + sizeof(Page) - 1) / sizeof(Page);
+    const auto block = std::make_unique_for_overwrite<Page[]>(pages);
     while (total < size) {
         // Writes begin and end at whole pages of the system's cache: within one they take half as long again.
         // Large ones stay off the whole multiples of their size: there the system looks for as large a
