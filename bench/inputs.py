@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Movies made for the measurements: large, sparse or with large tables, in a second or two."""
 
 import array

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What is measured: each line makes its inputs and compares our command with others. The second of a comparison is the floor."""
 
 import os

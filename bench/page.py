@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Writes docs/performance.md and its plots."""
 
 import platform

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Measures the programs beside other tools and beside plain copies, in one run.
 
     bench/run.py [--bin DIR] [--work DIR] [--rounds N] [--quick] [--publish] [LINE ...]

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Worst cases: files made to cost much, at 1, 2, 4 and 8 MB, through each command.
 
     bench/worst.py [--bin DIR] [--quick] [--publish]

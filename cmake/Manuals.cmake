@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Manual pages, and what the shells complete. pellmor-edit describes its own commands, so that neither can differ
 # from what it does.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Debian packages: `cpack -G DEB` in a build for the prefix /usr, as packaging/deb.sh does it. A package holds the
 # static libraries: programs of others keep working when the next version changes the members of a class.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What every target of this project is built with.
 
 set(CMAKE_CXX_STANDARD 20)

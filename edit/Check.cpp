@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Check.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a recording carries beside sound and pictures, kind by kind: got, put and removed.
 
 #include <algorithm>

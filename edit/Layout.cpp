@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where things lie in a recording, and when it was made.
 
 #include <CLI/CLI.hpp>

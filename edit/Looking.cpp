@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a recording is, what it carries, how it is laid out, and whether it is sound.
 
 #include <CLI/CLI.hpp>

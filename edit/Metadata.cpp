@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where a recording was made.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The spatial sound of a recording, or a stretch of it.
 
 #include <CLI/CLI.hpp>

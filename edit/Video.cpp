@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a recording tells of its pictures.
 
 #include <CLI/CLI.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Everything about a recording, from the shell.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints a table of all boxes of an MP4 file: where each lies, its size, its path.
 //
 //   boxes video.mp4

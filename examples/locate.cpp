@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Gives every MP4 file of a folder the same position. Files that fail stay as they are; the reason is on
 // standard error.
 //

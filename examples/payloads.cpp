@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes the payload of every uuid box of an MP4 file, nested ones too, to a file of its own:
 // <folder>/<offset of the box>-<identity>.bin
 //

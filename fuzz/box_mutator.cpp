@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Mutates the boxes of a file: takes out, doubles, moves, wraps, and gives each the size that it then has.
 // Every second time libFuzzer mutates the bytes, so that sizes lie as well. The first byte of an input is no
 // part of the file.

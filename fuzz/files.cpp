@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as an MP4 file: parsed, dumped, searched, and edited. The first byte chooses the edit; one
 // that fails leaves the file as it was.
 

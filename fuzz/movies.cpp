@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Movies made from choices: boxes in any order, media data in all sorts of places, each sample with a number
 // of its own. Whatever the edits, every number is still where it is pointed to, or the file is as it was.
 

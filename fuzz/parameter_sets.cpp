@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any bytes as a decoder configuration record: what is read and written again reads the same.
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the Debian packages pellmor, libpellmor-dev and python3-pellmor.
 #   packaging/deb.sh [FOLDER]     where they go, build/packages by default
 set -euo pipefail

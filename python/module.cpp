@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The toolkit from Python: pellmor/__init__.py and pellmor/slam.py give these functions their names.
 
 #include <array>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Sourced by the other scripts: installs what is missing, on Debian. On a terminal it asks before it uses sudo.
 
 need() {

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # From a machine with nothing but Debian to the main job done: builds the programs, writes a payload
 # into a copy of an MP4 file and reads it back.
 #

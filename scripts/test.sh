@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # From a machine with nothing but Debian to the tests run: formatting, both compilers, all tests plain and under
 # sanitizers, the comments of the headers, the stubs, what is installed, the packages.
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // H.264 parameter sets, and the flags of a real video changed in a file.
 
 #include <bitset>

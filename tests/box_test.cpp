@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Box headers, nesting, search, dump, and the fields of every class.
 
 #include <regex>

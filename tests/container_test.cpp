@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Attaching to files, appending to them, and the bounds of a parse.
 
 #include <sys/resource.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rewrite engine, and every edit of a file's structure.
 
 #include <regex>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The position record, and the edits that add location, spherical-video, XMP and axis metadata.
 
 #include <clocale>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Console, files and conversions.
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Spatial sound: stretches of it, and blocks carried from file to file.
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Moves SLAM metadata between an MP4 file and a side file.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Careful edits of MP4 recordings: an edit succeeds wholly, or leaves the file as it was.
 
 Paths are str, bytes or os.PathLike. What the system refuses is raised as the OSError that it is

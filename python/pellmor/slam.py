@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The SLAM payloads of a recording. A kind is "map", "walk" or "around"."""
 
 from ._pellmor import slam_get as get

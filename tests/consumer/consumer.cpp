@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints the size of the map in a file, its boxes, and the reason why an edit is refused, each between lines of
 // the program's own by all three ways of printing; puts another payload in, replaces it and takes it out.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the examples and a program of somebody else's against an installed tree, with the CMake package and with
 # the pkg-config files, and looks at what they do.
 #   tests/consumer/run.sh PREFIX

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What a user's type checker has to accept; it is not run."""
 
 from pathlib import Path

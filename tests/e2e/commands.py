@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Every command of both programs on small files made by hand: one table for all tests that let something fail."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Real recordings, made by ffmpeg once a run, and the programs under test."""
 
 import hashlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """docs/batch.md, as it stands there: what is printed must be what the page shows."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What pellmor-edit puts in, gets, removes, refuses and says, on real recordings."""
 
 import json

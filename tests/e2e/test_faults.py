@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """System calls fail from outside, one or all of them, or the process is killed: the old file stays, or the new one is there."""
 
 import collections

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Layout edits on real recordings."""
 
 import contextlib

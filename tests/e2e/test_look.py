@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What pellmor-edit tells of a file, what it finds wrong with it, and how it draws it."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Location, XMP and spherical-video metadata on real recordings, read by ffprobe and exiftool."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The Python module on real recordings, many at a time."""
 
 import os

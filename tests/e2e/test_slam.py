@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The six commands on real recordings: bytes, messages, exit statuses."""
 
 import fcntl

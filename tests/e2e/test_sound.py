@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Spatial sound of four real channels: cut, carried into another file, written as WAV."""
 
 import shutil

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The H.264 flags of real video: what x264 writes, before and after, as ffprobe and ffmpeg see it."""
 
 import shutil

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Tries the Debian packages: lintian, the library unpacked, all of them installed in a bare Debian root.
 #   tests/package/run.sh FOLDER
 set -euo pipefail

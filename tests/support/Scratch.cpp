@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Scratch.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Preloaded into a process: from the first opening of a file below FAIL_FOLDER on, allocations are counted, the one with the number
 // FAIL_AT fails, and with FAIL_REST all behind it. The count is written to FAIL_COUNT at the end.
 

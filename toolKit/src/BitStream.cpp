@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "BitStream.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "GPSInfo.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "H264Syntax.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MP4Box.h"
 
 #include "MP4Box_avcc.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MP4Container.h"
 
 #include <algorithm>

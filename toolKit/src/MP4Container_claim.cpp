@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Who else is there, and what is taken back.
 
 #include <exception>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one place that knows what points into the media data, and corrects it.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "MP4Plan.h"
 
 #include <algorithm>

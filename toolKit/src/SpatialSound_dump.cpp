@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ByteOrder.h"
 #include "SpatialSound.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Brisa/BrisaConsole.h"
 
 #include <algorithm>

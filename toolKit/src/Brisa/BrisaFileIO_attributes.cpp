@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Brisa/BrisaFileIO.h"
 
 #include <algorithm>
