@@ -30,12 +30,12 @@ Draft::Draft(const std::string& place_, bool mayReplace_, Brisa::NewFile::Access
     if (std::filesystem::exists(status) && !(mayReplace && std::filesystem::is_regular_file(status))) {
         mayReplace ? throw Failure(place + ": is no plain file, and stays") : refuse(place);
     }
-    const std::unique_ptr<Brisa::NewFile> file = Brisa::NewFile::beside(widePlace, access);
-    if (file == nullptr) {
+    made = Brisa::NewFile::beside(widePlace, access);
+    if (made == nullptr) {
         fail(place);
     }
-    draft = file->path();
-    file->keep();
+    draft = made->path();
+    made->keep();
 }
 
 Draft::~Draft() {
@@ -44,18 +44,24 @@ Draft::~Draft() {
     }
 }
 
-void Draft::vacate() const {
+void Draft::vacate() {
     FileIO::unlink(draft);
+    made.reset();
 }
 
-bool Draft::copyOf(const std::wstring& source) const {
+bool Draft::copyOf(const std::wstring& source) {
+    if (made == nullptr) {
+        made = Brisa::NewFile::at(draft);
+    }
+    if (made == nullptr) {
+        return false;
+    }
+    made->keep();
+    FileIO& to = made->file();
     bool copied = false;
     FileIO::open(source, [&](FileIO& from) {
-        const auto to = Brisa::NewFile::at(draft);
         const uint64_t length = from.length();
-        copied = to != nullptr && from.copyTo(to->file(), length) == length && !from.failed() &&
-                 to->file().adopt(from);
-        copied ? to->keep() : void();
+        copied = from.copyTo(to, length) == length && !from.failed() && to.adopt(from);
     });
     return copied;
 }

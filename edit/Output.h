@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "Brisa/BrisaNewFile.h"
@@ -25,9 +26,9 @@ public:
     [[nodiscard]] const std::wstring& path() const { return draft; }
     /// Takes the empty file away again, for one who renames a file of his own to this path: where one is
     /// renamed over another, some systems write all of it to disk first.
-    void vacate() const;
+    void vacate();
     /// Makes it a copy of a file, attributes included; whether that succeeded.
-    [[nodiscard]] bool copyOf(const std::wstring& source) const;
+    [[nodiscard]] bool copyOf(const std::wstring& source);
     /// Puts the file in its place. Throws Failure.
     void finish();
 
@@ -35,6 +36,7 @@ private:
     const std::string place;
     const std::wstring widePlace;
     const bool mayReplace;
+    std::unique_ptr<Brisa::NewFile> made; ///< the file itself, until it was taken away
     std::wstring draft;
 };
 

@@ -103,7 +103,7 @@ COMMANDS = {
     "full-range": Command("pellmor-edit full-range on @video.mp4", moov_first(NAME)),
     "full-range, moov behind": Command("pellmor-edit full-range on @video.mp4", moov_last()),
     "put xmp": Command("pellmor-edit put xmp @xml @video.mp4", open_ended(moov_last())),
-    "put axis -o": Command("pellmor-edit put axis @text @video.mp4 -o @out.mp4", moov_first(), "out.mp4"),
+    "put axis -o": Command("pellmor-edit put axis @text @video.mp4 -o @out.mp4", moov_far(), "out.mp4"),
     "put map --replace": Command("pellmor-edit put map @text @video.mp4 --replace", moov_last() + box(b"uuid", MAP, b"old")),
     "put map --replace, first": Command("pellmor-edit put map @text @video.mp4 --replace", box(b"uuid", MAP, b"old") + open_ended(moov_last())),
     "put map --replace, in the middle": Command("pellmor-edit put map @text @video.mp4 --replace", MEDIA + box(b"uuid", MAP, b"old") + moov_last()[len(MEDIA) :]),
