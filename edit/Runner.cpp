@@ -120,8 +120,7 @@ Runner::Runner(const Command& command_, const Options& options_) : command(comma
 
 int Runner::run() {
     const Messages messages(options.verbose);
-    // To the end of the process: once an edit is done, a signal is too late.
-    static const Brisa::Interrupts interrupts;
+    Brisa::Interrupts::remember();
     Status worst = Status::done;
     try {
         if (!options.list.empty()) {

@@ -280,7 +280,7 @@ std::wstring widened(const char* argument) {
 
 int main(int argc, char** argv) try {
     Console::init_locale();
-    static const Interrupts interrupts; // to the end of the process: behind an edit a signal is too late
+    Interrupts::remember();
     const Brisa::Watch watch(Interrupts::hook());
 
     std::array<std::wstring, convertedArguments> arguments;

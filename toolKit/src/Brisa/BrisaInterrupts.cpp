@@ -9,35 +9,30 @@ namespace {
 
 volatile std::sig_atomic_t firstSignal = 0;
 
-void remember(int signal) {
+void keep(int signal) {
     if (firstSignal == 0) {
         firstSignal = signal;
     }
 }
 
-} // namespace
-
-Interrupts::Interrupts()
-    : handled{{{SIGINT, true, {}},
-               {SIGTERM, true, {}},
-               {SIGHUP, true, {}},
-               {SIGXFSZ, false, {}},
-               {SIGPIPE, false, {}}}} {
-    firstSignal = 0;
-    for (Handling& handling : handled) {
-        ::sigaction(handling.signal, nullptr, &handling.before);
-        if (handling.before.sa_handler == SIG_IGN) {
-            continue;
-        }
-        struct sigaction action {};
-        action.sa_handler = handling.remembered ? remember : SIG_IGN; // a call that waits is interrupted
-        ::sigaction(handling.signal, &action, nullptr);
+void handle(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    ::sigaction(signal, nullptr, &action);
+    if (action.sa_handler != SIG_IGN) {
+        action = {};
+        action.sa_handler = handler; // a call that waits is interrupted
+        ::sigaction(signal, &action, nullptr);
     }
 }
 
-Interrupts::~Interrupts() {
-    for (const Handling& handling : handled) {
-        ::sigaction(handling.signal, &handling.before, nullptr);
+} // namespace
+
+void Interrupts::remember() {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        handle(signal, keep);
+    }
+    for (const int signal : {SIGXFSZ, SIGPIPE}) {
+        handle(signal, SIG_IGN);
     }
 }
 
