@@ -112,6 +112,9 @@ def commands(folder, programs):
         "sound-track": [edit, "sound-track", video, out, "--end", "1"],
         "check": [edit, "check", video],
         "info": [edit, "info", video],
+        "info --json": [edit, "info", "--json", video],
+        "dump --json": [edit, "dump", "--json", video],
+        "picture": [edit, "picture", video, "-o", out],
         "rmap": [programs / "Pellmor", "-kind:rmap", video, out],
         "wmap": [programs / "Pellmor", "-kind:wmap", video, folder / "xml"],
     }

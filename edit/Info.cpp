@@ -28,6 +28,7 @@ using MP4::BOX;
 using MP4::fourcc;
 
 constexpr int64_t from1904To1970 = 2'082'844'800;
+constexpr size_t mostTracks = 1000;
 
 /// The first bytes of a box's body. What the box or the file does not hold reads as 0, as it does for a
 /// parser.
@@ -269,7 +270,9 @@ void readMovie(FileIO& file, const MP4::Container& container, Facts& facts) {
         }
     }
     moov.find("trak", [&](BOX& box) {
-        facts.tracks.push_back(trackFrom(file, static_cast<MP4::TRAK&>(box)));
+        facts.tracks.size() < mostTracks
+            ? facts.tracks.push_back(trackFrom(file, static_cast<MP4::TRAK&>(box)))
+            : void(++facts.furtherTracks);
         return true;
     });
     facts.location = locationIn(file, moov);
@@ -444,6 +447,9 @@ std::string textOf(const Facts& facts) {
     for (const Facts::Track& track : facts.tracks) {
         line("track " + std::to_string(track.number), describe(track));
     }
+    if (facts.furtherTracks != 0) {
+        line("and", grouped(facts.furtherTracks) + " tracks more");
+    }
     if (facts.location) {
         line("location", describe(*facts.location));
     }
@@ -480,6 +486,7 @@ std::string jsonOf(const Facts& facts) {
               {"moov_size", facts.movieSize},
               {"fragments", facts.fragments},
               {"tracks", std::move(tracks)},
+              {"further_tracks", facts.furtherTracks},
               {"location", nullptr},
               {"spatial_sound", nullptr}};
     if (facts.location) {

@@ -53,8 +53,9 @@ struct Facts {
     Movie movie = Movie::none;       ///< where the (first) `moov` lies: ahead of all media or not
     uint64_t movieOffset = 0;
     uint64_t movieSize = 0;
-    uint64_t fragments = 0; ///< `moof` boxes
-    std::vector<Track> tracks;
+    uint64_t fragments = 0;     ///< `moof` boxes
+    std::vector<Track> tracks;  ///< the first thousand: more than any recording has
+    uint64_t furtherTracks = 0; ///< how many there are behind those
     std::optional<Position> location;
     std::optional<Sound> spatialSound;
     std::vector<Payload> payloads;
