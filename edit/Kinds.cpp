@@ -98,10 +98,12 @@ bool holds(const Container& container, const Kind& kind, const MP4::BOX& box, co
 }
 
 const char* lacking(const Container& container, const Kind& kind) {
-    return kind.isTopLevel()                       ? nullptr
-           : container.moov == nullptr             ? "has no movie (moov)"
-           : !kind.isWholeBox() && !container.trak ? "has no video track"
-                                                   : nullptr;
+    return kind.isTopLevel()           ? nullptr
+           : container.moov == nullptr ? "has no movie (moov)"
+           : kind.isWholeBox()         ? nullptr
+           : container.trak == nullptr ? "has no video track"
+           : container.mdat == nullptr ? "has no media data (mdat)"
+                                       : nullptr;
 }
 
 bool putInto(Container& container, const Kind& kind, const std::string& content) {

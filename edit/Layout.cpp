@@ -41,11 +41,11 @@ bool hasHeader(const MP4::Container& container) {
 Work moovFirst(const Options&) {
     return [](Session& session) {
         MP4::Container& container = session.container;
-        if (!container.isMdatFirst()) {
-            return session.nothingToDo("moov is first");
-        }
         if (container.moov == nullptr) {
             return session.failedFor("has no movie (moov)");
+        }
+        if (!container.isMdatFirst()) {
+            return session.nothingToDo("moov is first");
         }
         if (!container.moovFirst()) {
             return session.failed("moov could not be moved");

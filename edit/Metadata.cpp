@@ -175,6 +175,9 @@ Work removeLocation(const Options&) {
 Work removeBadLocation(const Options&) {
     return [](Session& session) {
         constexpr uint64_t malformed = 28;
+        if (session.container.moov == nullptr) {
+            return session.failedFor("has no movie (moov)");
+        }
         const MP4::BOX* const loci = firstIn(session.container, "moov.udta.loci");
         const bool sound = loci == nullptr || loci->boxSize != malformed;
         if (!session.container.removeBadLOCI()) {

@@ -73,6 +73,7 @@ def test_every_kind_is_put_replaced_and_removed_wherever_it_stands(recording, tm
         ("set-time now @bare", 1, "no header that could hold"),
         ("moov-first @bare", 1, "has no movie"),
         ("put spherical @xml @bare", 1, "has no movie"),
+        ("remove-bad-location @bare", 1, "has no movie"),
         ("remove sound @v", 4, "v: has no sound"),
         ("location 1,2 @v -n", 0, "dry run"),
         ("!location -33.8,151.2,-5 @v", 0, "v: location -33.8+151.2-5/"),
