@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The rewrite engine, and every edit of a file's structure.
 
+#include <random>
 #include <regex>
 
 #include "MP4Container.h"
@@ -358,23 +359,28 @@ INSTANTIATE_TEST_SUITE_P(
                              front + film(stco({24}), true)},
                     EditCase{"MovieBoxLeftByAKill", inANewMovieBox, cat({front, film(stco({24}), false), film(stco({24}), true)}),
                              cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true).replace(4, 4, "free"),
-                                  film(stco({24}), true)})}),
+                                  film(stco({24}), true)})},
+                    EditCase{"MovieBoxesAroundAHole", inANewMovieBox,
+                             cat({front, film(stco({24}), false), box("free", {box("mvhd"), zeros(film(stco({24}), true).size() - 16)}),
+                                  film(stco({24}), true)}),
+                             cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})}),
     nameOf<EditCase>);
 
 TEST(NewMovieBox, UsesItsHolesAgain) {
     const Scratch scratch;
+    std::minstd_rand random;
     const auto path = scratch.file(front + film(stco({24}), false) + packet);
     Container container;
     container.newMovieBox = true;
     ASSERT_TRUE(container.attach(path));
     for (size_t i = 0; i < 100; ++i) {
-        ASSERT_TRUE(container.replaceUdta(0, arrayOf(box("udta", {zeros(i * 7 % 40)}))));
+        ASSERT_TRUE(container.replaceUdta(0, arrayOf(box("udta", {zeros(random() % 300)}))));
         size_t holes = 0;
         size_t movies = 0;
         container.find("free", [&](MP4::BOX&) { return ++holes != 0; });
         container.find("moov", [&](MP4::BOX&) { return ++movies != 0; });
         EXPECT_TRUE(holes <= 2 && movies == 1) << i << ": " << holes << " holes, " << movies << " movies";
-        EXPECT_TRUE(contentOf(path).size() < 1200 && contentOf(path).substr(0, front.size()) == front &&
+        EXPECT_TRUE(contentOf(path).size() < 2000 && contentOf(path).substr(0, front.size()) == front &&
                     container.root->first("uuid") != nullptr);
     }
 }

@@ -61,6 +61,7 @@ FILES = {
     "meta.mp4": moov_last(meta=box(b"meta", bytes(4), b"gps")),
 }
 NAME, RECORDED = box(b"name", bytes(30)), box(b"ZDT9", bytes(16))
+HOLE = box(b"free", box(b"mvhd"), bytes(1000))  # which an earlier edit left
 
 
 @dataclass
@@ -96,6 +97,8 @@ COMMANDS = {
     "set-time": Command("pellmor-edit set-time 1904:3800000000 @video.mp4", moov_last()),
     "location": Command("pellmor-edit location +35.6895+139.6917/ @video.mp4 --spherical @xml", moov_first(NAME)),
     "location, moov behind": Command("pellmor-edit location +35.6895+139.6917/ @video.mp4", moov_last(NAME)),
+    "location, into a hole": Command("pellmor-edit location +35.6895+139.6917/ @video.mp4", MEDIA + HOLE + moov_last(NAME)[len(MEDIA) :]),
+    "location, into a hole behind": Command("pellmor-edit location +35.6895+139.6917/ @video.mp4", moov_last(NAME) + HOLE),
     "remove-bad-location": Command("pellmor-edit remove-bad-location @video.mp4", moov_first(BAD_LOCI)),
     "gps-meta": Command("pellmor-edit gps-meta @meta.mp4 @video.mp4", moov_last(NAME)),
     "put spherical": Command("pellmor-edit put spherical @xml @video.mp4", open_ended(moov_last())),

@@ -132,9 +132,8 @@ ByteArray holeHeader(uint64_t size) {
 bool makeHole(const Container& container, Attempt& attempt, const BOX& movie, const Hole& filled,
               const Hole& rest) {
     Hole hole{movie.offset, movie.end()};
-    if (rest.to == movie.offset) {
-        hole.from = rest.from;
-    }
+    hole.from = rest.to == movie.offset ? rest.from : hole.from;
+    hole.to = rest.from == movie.end() ? rest.to : hole.to;
     for (const auto& box : container.root->children) {
         const bool isFree = box->tag == fourcc("free") && !box->largeSize &&
                             box->end() <= container.root->boxSize &&
@@ -148,37 +147,46 @@ bool makeHole(const Container& container, Attempt& attempt, const BOX& movie, co
     return attempt.overwrite(hole.from, headerOf(hole.to - hole.from, fourcc("free")));
 }
 
-/// Every movie box of the tree goes: a new one is there.
-bool dropMovieBoxes(const Container& container, Attempt& attempt, const Hole& filled, const Hole& rest) {
+/// Every movie box of the tree goes, up to `end`: a new one is there.
+bool dropMovieBoxes(const Container& container, Attempt& attempt, const Hole& filled = {},
+                    const Hole& rest = {}, uint64_t end = ~uint64_t{0}) {
     const auto& all = container.root->children;
     return std::all_of(all.rbegin(), all.rend(), [&](const auto& box) {
-        return box->tag != fourcc("moov") || makeHole(container, attempt, *box, filled, rest);
+        return box->tag != fourcc("moov") || box->offset >= end ||
+               makeHole(container, attempt, *box, filled, rest);
     });
 }
 
 // A reader that comes after the process died finds, behind each step: the old movie and one hole; the same,
 // with the new movie in a `free` box; both movies, of which the first counts; the new movie.
 bool fillHole(const Container& container, FileIO& file, const Hole& hole, const NewBox& box) {
+    // As far from the old movie as can be: what is left of the hole becomes one with what that leaves.
+    const bool behindMovie = hole.from == container.moov->end();
+    const uint64_t place = behindMovie ? hole.to - box.size : hole.from;
+    const Hole rest = behindMovie ? Hole{hole.from, place} : Hole{place + box.size, hole.to};
     Attempt attempt(file);
-    const Hole rest{hole.from + box.size, hole.to};
+    const auto putBox = [&] { return file.seek_set(place) && box.write(file) && file.flush(); };
+    const auto putRest = [&] {
+        return rest.to == rest.from ||
+               (attempt.overwrite(rest.from, holeHeader(rest.to - rest.from)) && file.flush());
+    };
+    // Of the two the latter one first: until the other one is there, it is content of the hole.
     if (!attempt.remember(hole.from, hole.to - hole.from) ||
         !attempt.overwrite(hole.from, headerOf(hole.to - hole.from, fourcc("free"))) || !file.flush() ||
-        (rest.to != rest.from && !attempt.overwrite(rest.from, holeHeader(rest.to - rest.from))) ||
-        !file.flush() || !file.seek_set(hole.from) || !box.write(file) || !file.flush() ||
-        !Brisa::Watch::goOn() || !attempt.overwrite(hole.from + sizeof(uint32_t), typeBytes(box.type)) ||
-        !file.flush()) {
+        !(behindMovie ? putBox() && putRest() : putRest() && putBox()) || !Brisa::Watch::goOn() ||
+        !attempt.overwrite(place + sizeof(uint32_t), typeBytes(box.type)) || !file.flush()) {
         return false;
     }
-    // An old movie box at the end of the file need not stay as a hole.
+    // An old movie box at the end of the file need not stay as a hole, nor what is left in front of it.
     const BOX& last = *container.root->children.back();
-    const bool dropped = last.tag == fourcc("moov") && last.offset > hole.from
-                             ? file.truncate(last.offset)
-                             : dropMovieBoxes(container, attempt, hole, rest);
-    if (!dropped) {
+    const bool shorter = last.tag == fourcc("moov") && last.offset >= hole.to;
+    const uint64_t end = !shorter ? ~uint64_t{0} : rest.to == last.offset ? rest.from : last.offset;
+    if (!dropMovieBoxes(container, attempt, hole, rest, end) || !file.flush() ||
+        (shorter && !file.truncate(end))) {
         return false;
     }
-    attempt.keep();
-    return file.flush();
+    attempt.keep(); // on disk but for the truncation, which takes away what counts no more
+    return true;
 }
 
 /// Whether the plan can be carried out without moving a byte of media data.
@@ -194,11 +202,10 @@ bool canMakeNewMovieBox(const Container& container, const Plan& plan, BinFile& f
 
 bool writeNewMovieBox(Container& container, Claim& claim, const Plan& plan, const Pointers& pointers) {
     BinFile source(claim.file());
-    const NewBox box{
-        .size = plan.size(),
-        .type = fourcc("moov"),
-        .write = [&](FileIO& file) { return plan.write(source, file); },
-        .whenItCounts = [&](Attempt& attempt) { return dropMovieBoxes(container, attempt, {}, {}); }};
+    const NewBox box{.size = plan.size(),
+                     .type = fourcc("moov"),
+                     .write = [&](FileIO& file) { return plan.write(source, file); },
+                     .whenItCounts = [&](Attempt& attempt) { return dropMovieBoxes(container, attempt); }};
     const Hole hole = holeFor(box.size, container, source, pointers);
     return claim.update([&](FileIO& file) {
         return hole.to != 0 ? fillHole(container, file, hole, box) : appendBox(container, file, box);
