@@ -77,32 +77,39 @@ struct Hole {
     }
 };
 
+/// Whether a box can be a hole or a part of one.
+bool isFree(const BOX& box, uint64_t length) {
+    return box.tag == fourcc("free") && !box.largeSize && box.end() <= length;
+}
+
+/// Whether what is in a box begins as a movie box does.
+bool beginsAsMovie(const BOX& box, BinFile& file) {
+    std::array<char, 4> first{};
+    return readAt(file, box.offset + box.headerSize() + sizeof(uint32_t), first.data(), first.size()) &&
+           std::memcmp(first.data(), "mvhd", first.size()) == 0;
+}
+
 /// The first hole that the new movie box fits into, and that nothing points into.
 Hole holeFor(uint64_t size, const Container& container, BinFile& file, const Pointers& pointers) {
-    Hole hole;
-    bool behindMedia = false;
-    const auto usable = [&] {
-        return hole.takes(size) && hole.to - hole.from <= UINT32_MAX &&
-               !pointers.pointInto(file, hole.from, hole.to);
-    };
-    for (const auto& box : container.root->children) {
-        behindMedia = behindMedia || box->tag == fourcc("mdat");
-        const bool isFree =
-            box->tag == fourcc("free") && !box->largeSize && box->end() <= container.root->boxSize;
-        std::array<char, 4> first{};
-        const bool former =
-            isFree && behindMedia &&
-            readAt(file, box->offset + box->headerSize() + sizeof(uint32_t), first.data(), 4) &&
-            std::memcmp(first.data(), "mvhd", first.size()) == 0;
-        if (isFree && hole.to == box->offset) {
-            hole.to = box->end();
-        } else if (usable()) {
-            break;
-        } else {
-            hole = former ? Hole{box->offset, box->end()} : Hole{};
+    const uint64_t length = container.root->boxSize;
+    const auto& all = container.root->children;
+    auto box =
+        std::find_if(all.begin(), all.end(), [](const auto& any) { return any->tag == fourcc("mdat"); });
+    while (box != all.end()) {
+        if (!isFree(**box, length) || !beginsAsMovie(**box, file)) {
+            ++box;
+            continue;
+        }
+        Hole hole{(*box)->offset, (*box)->offset};
+        for (; box != all.end() && isFree(**box, length); ++box) {
+            hole.to = (*box)->end();
+        }
+        if (hole.takes(size) && hole.to - hole.from <= UINT32_MAX &&
+            !pointers.pointInto(file, hole.from, hole.to)) {
+            return hole;
         }
     }
-    return usable() ? hole : Hole{};
+    return {};
 }
 
 ByteArray headerOf(uint64_t size, uint32_t type) {
@@ -135,11 +142,11 @@ bool makeHole(const Container& container, Attempt& attempt, const BOX& movie, co
     hole.from = rest.to == movie.offset ? rest.from : hole.from;
     hole.to = rest.from == movie.end() ? rest.to : hole.to;
     for (const auto& box : container.root->children) {
-        const bool isFree = box->tag == fourcc("free") && !box->largeSize &&
-                            box->end() <= container.root->boxSize &&
-                            (box->end() <= filled.from || box->offset >= filled.to);
-        hole.from = isFree && box->end() == hole.from ? box->offset : hole.from;
-        hole.to = isFree && box->offset == hole.to ? box->end() : hole.to;
+        if (isFree(*box, container.root->boxSize) &&
+            (box->end() <= filled.from || box->offset >= filled.to)) {
+            hole.from = box->end() == hole.from ? box->offset : hole.from;
+            hole.to = box->offset == hole.to ? box->end() : hole.to;
+        }
     }
     if (movie.largeSize || hole.to - hole.from > UINT32_MAX) {
         return attempt.overwrite(movie.offset + sizeof(uint32_t), typeBytes(fourcc("free")));

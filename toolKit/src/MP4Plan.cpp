@@ -217,7 +217,7 @@ bool Plan::grow(BinFile& file, const Pointers& pointers, bool all) {
         const Pointers::Survey survey = table.survey(file, moves);
         object(survey.objection);
         movedOffsets += survey.moved;
-        unsigned& width = widths[table.box];
+        unsigned& width = widths[table.box]; // of its entries in the new file; 0 while none of them moves
         if (width == sizeof(uint64_t) || survey.moved == 0) {
             continue;
         }
