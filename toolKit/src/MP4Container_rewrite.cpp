@@ -134,17 +134,18 @@ ByteArray holeHeader(uint64_t size) {
     return header;
 }
 
-/// An old movie box becomes a hole, by one write: together with the `free` boxes next to it, unless the new
-/// movie box lies there. `rest` is what that left of its own hole.
-bool makeHole(const Container& container, Attempt& attempt, const BOX& movie, const Hole& filled,
-              const Hole& rest) {
+/// An old movie box becomes a hole, by one write: together with a hole in front of it and the `free` boxes
+/// behind it, unless the new movie box lies there. `rest` is what that left of its own hole. A `free` box in
+/// front that was never a movie stays one of its own: a hole that began with it would not be known for one.
+bool makeHole(const Container& container, BinFile& file, Attempt& attempt, const BOX& movie,
+              const Hole& filled, const Hole& rest) {
     Hole hole{movie.offset, movie.end()};
     hole.from = rest.to == movie.offset ? rest.from : hole.from;
     hole.to = rest.from == movie.end() ? rest.to : hole.to;
     for (const auto& box : container.root->children) {
         if (isFree(*box, container.root->boxSize) &&
             (box->end() <= filled.from || box->offset >= filled.to)) {
-            hole.from = box->end() == hole.from ? box->offset : hole.from;
+            hole.from = box->end() == hole.from && beginsAsMovie(*box, file) ? box->offset : hole.from;
             hole.to = box->offset == hole.to ? box->end() : hole.to;
         }
     }
@@ -155,12 +156,12 @@ bool makeHole(const Container& container, Attempt& attempt, const BOX& movie, co
 }
 
 /// Every movie box of the tree goes, up to `end`: a new one is there.
-bool dropMovieBoxes(const Container& container, Attempt& attempt, const Hole& filled = {},
+bool dropMovieBoxes(const Container& container, BinFile& file, Attempt& attempt, const Hole& filled = {},
                     const Hole& rest = {}, uint64_t end = ~uint64_t{0}) {
     const auto& all = container.root->children;
     return std::all_of(all.rbegin(), all.rend(), [&](const auto& box) {
         return box->tag != fourcc("moov") || box->offset >= end ||
-               makeHole(container, attempt, *box, filled, rest);
+               makeHole(container, file, attempt, *box, filled, rest);
     });
 }
 
@@ -188,7 +189,8 @@ bool fillHole(const Container& container, FileIO& file, const Hole& hole, const 
     const BOX& last = *container.root->children.back();
     const bool shorter = last.tag == fourcc("moov") && last.offset >= hole.to;
     const uint64_t end = !shorter ? ~uint64_t{0} : rest.to == last.offset ? rest.from : last.offset;
-    if (!dropMovieBoxes(container, attempt, hole, rest, end) || !file.flush() ||
+    BinFile view(file);
+    if (!dropMovieBoxes(container, view, attempt, hole, rest, end) || !file.flush() ||
         (shorter && !file.truncate(end))) {
         return false;
     }
@@ -209,10 +211,11 @@ bool canMakeNewMovieBox(const Container& container, const Plan& plan, BinFile& f
 
 bool writeNewMovieBox(Container& container, Claim& claim, const Plan& plan, const Pointers& pointers) {
     BinFile source(claim.file());
-    const NewBox box{.size = plan.size(),
-                     .type = fourcc("moov"),
-                     .write = [&](FileIO& file) { return plan.write(source, file); },
-                     .whenItCounts = [&](Attempt& attempt) { return dropMovieBoxes(container, attempt); }};
+    const NewBox box{
+        .size = plan.size(),
+        .type = fourcc("moov"),
+        .write = [&](FileIO& file) { return plan.write(source, file); },
+        .whenItCounts = [&](Attempt& attempt) { return dropMovieBoxes(container, source, attempt); }};
     const Hole hole = holeFor(box.size, container, source, pointers);
     return claim.update([&](FileIO& file) {
         return hole.to != 0 ? fillHole(container, file, hole, box) : appendBox(container, file, box);
