@@ -19,6 +19,19 @@ inline void readVersionAndFlags(BinFile& file, uint8_t& version, std::array<uint
     file.readBytes(flags.data(), flags.size());
 }
 
+/// A number as it stands in a box.
+template <std::unsigned_integral Integer>
+ByteArray bytesOf(Integer number) {
+    ByteArray bytes(sizeof number);
+    storeBigEndian(bytes.data(), number);
+    return bytes;
+}
+
+/// A box type as it stands there.
+inline ByteArray typeBytes(uint32_t tag) {
+    return bytesOf(inOrder<std::endian::big>(tag));
+}
+
 /// Where a movie, track or media header (ISO/IEC 14496-12 8.2.2, 8.3.2, 8.4.2) has its creation time, 64 bits
 /// wide in version 1 and 32 bits in any other.
 struct CreationTime {
@@ -30,10 +43,7 @@ struct CreationTime {
 
     /// What stands there for `time`, of which 32 bits keep the low ones.
     [[nodiscard]] ByteArray bytes(uint64_t time) const {
-        ByteArray field(width);
-        width == 8 ? storeBigEndian(field.data(), time)
-                   : storeBigEndian(field.data(), static_cast<uint32_t>(time & 0xFFFFFFFF));
-        return field;
+        return width == 8 ? bytesOf(time) : bytesOf(static_cast<uint32_t>(time & 0xFFFFFFFF));
     }
 };
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "Brisa/BrisaConsole.h"
-#include "ByteOrder.h"
+#include "MP4Box_fields.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
 
@@ -15,18 +15,6 @@ namespace {
 
 using Brisa::Console;
 using Brisa::FileIO;
-
-ByteArray number32(uint64_t value) {
-    ByteArray bytes(sizeof(uint32_t));
-    storeBigEndian(bytes.data(), static_cast<uint32_t>(value));
-    return bytes;
-}
-
-ByteArray typeOf(uint32_t tag) {
-    ByteArray bytes;
-    bytes.assign(&tag, sizeof tag);
-    return bytes;
-}
 
 /// The end of a file as a reader sees it that walks the top-level boxes.
 struct Tail {
@@ -120,11 +108,12 @@ bool appendBox(Container& container, FileIO& file, const NewBox& box) {
     if (!whole || !file.flush()) {
         return false;
     }
-    if (tail.openEnded && !attempt.overwrite(tail.last->offset, number32(tail.last->boxSize))) {
+    if (tail.openEnded &&
+        !attempt.overwrite(tail.last->offset, bytesOf(static_cast<uint32_t>(tail.last->boxSize)))) {
         return false;
     }
     if ((box.beforeItCounts && !box.beforeItCounts(attempt)) || !Brisa::Watch::goOn() ||
-        !attempt.overwrite(tail.length + sizeof(uint32_t), typeOf(box.type)) || !file.flush() ||
+        !attempt.retype(tail.length, box.type) || !file.flush() ||
         (box.whenItCounts && !(box.whenItCounts(attempt) && file.flush()))) {
         return false;
     }
@@ -157,8 +146,7 @@ bool appendOrReplace(Container& container, const BOX* old, const ByteArray& head
     }
     box.write = [&](FileIO& file) {
         ByteArray masked = header;
-        const ByteArray mask = typeOf(fourcc("free"));
-        std::copy(mask.begin(), mask.end(), masked.data() + sizeof(uint32_t));
+        std::memcpy(&masked[sizeof(uint32_t)], "free", sizeof(uint32_t));
         return file.writeAll(masked.data(), masked.size()) == masked.size() && content(file);
     };
     if (old != nullptr) {
@@ -166,8 +154,7 @@ bool appendOrReplace(Container& container, const BOX* old, const ByteArray& head
         box.whenItCounts = [&](Attempt& attempt) {
             const auto& all = container.root->children;
             return std::all_of(all.rbegin(), all.rend(), [&](const auto& other) {
-                return !areOfOneKind(*other, *old) ||
-                       attempt.overwrite(other->offset + sizeof(uint32_t), typeOf(fourcc("free")));
+                return !areOfOneKind(*other, *old) || attempt.retype(other->offset, fourcc("free"));
             });
         };
     }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
+#include "MP4Box_fields.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
 
@@ -158,6 +159,10 @@ bool Attempt::remember(uint64_t offset, uint64_t size) {
 bool Attempt::overwrite(uint64_t offset, const ByteArray& bytes) {
     return remember(offset, bytes.size()) && file.seek_set(offset) &&
            file.write(bytes.data(), bytes.size()) == bytes.size(); // in one piece, not block by block
+}
+
+bool Attempt::retype(uint64_t offset, uint32_t tag) {
+    return overwrite(offset + sizeof(uint32_t), typeBytes(tag));
 }
 
 } // namespace MP4

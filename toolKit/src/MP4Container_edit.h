@@ -69,6 +69,8 @@ public:
 
     /// One write over what is there.
     bool overwrite(uint64_t offset, const ByteArray& bytes);
+    /// The same over the type of the box at `offset`.
+    bool retype(uint64_t offset, uint32_t tag);
     /// Remembers what is there, for what is going to be written over it.
     bool remember(uint64_t offset, uint64_t size);
     void keep() { kept = true; }

@@ -29,11 +29,9 @@ bool removeTopLevel(Container& container, const BOX& box) {
         }
         done = claim.update([&](Brisa::FileIO& file) {
             Attempt attempt(file);
-            ByteArray type;
-            type.assign("free", sizeof(uint32_t));
             // Cut off, it is gone at once; sound has a record as well, and is no sound before that goes.
             const bool marked = !last || isSpatial(box);
-            const bool gone = (!marked || attempt.overwrite(box.offset + sizeof(uint32_t), type)) &&
+            const bool gone = (!marked || attempt.retype(box.offset, fourcc("free"))) &&
                               (!isSpatial(box) || forgetSound(container, attempt)) && file.flush() &&
                               (!last || file.truncate(box.offset));
             if (gone) {

@@ -5,7 +5,7 @@
 
 #include "Brisa/BrisaConsole.h"
 #include "Brisa/BrisaNewFile.h"
-#include "ByteOrder.h"
+#include "MP4Box_fields.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
 
@@ -72,9 +72,13 @@ bool writeNewFile(Container& container, const Claim& claim, const Plan& plan) {
 struct Hole {
     uint64_t from = 0;
     uint64_t to = 0;
-    [[nodiscard]] bool takes(uint64_t size) const {
-        return size == to - from || (size < to - from && to - from - size >= BOX::compactHeader);
+    [[nodiscard]] uint64_t size() const { return to - from; }
+    /// Whether a box of this size can be in it, with another one behind.
+    [[nodiscard]] bool takes(uint64_t box) const {
+        return box == size() || (box < size() && size() - box >= BOX::compactHeader);
     }
+    /// The header that makes it one box.
+    [[nodiscard]] ByteArray header() const { return headerOf(fourcc("free"), size() - BOX::compactHeader); }
 };
 
 /// Whether a box can be a hole or a part of one.
@@ -104,34 +108,11 @@ Hole holeFor(uint64_t size, const Container& container, BinFile& file, const Poi
         for (; box != all.end() && isFree(**box, length); ++box) {
             hole.to = (*box)->end();
         }
-        if (hole.takes(size) && hole.to - hole.from <= UINT32_MAX &&
-            !pointers.pointInto(file, hole.from, hole.to)) {
+        if (hole.takes(size) && hole.size() <= UINT32_MAX && !pointers.pointInto(file, hole.from, hole.to)) {
             return hole;
         }
     }
     return {};
-}
-
-ByteArray headerOf(uint64_t size, uint32_t type) {
-    ByteArray header(BOX::compactHeader);
-    storeBigEndian(header.data(), static_cast<uint32_t>(size));
-    std::memcpy(header.data() + sizeof(uint32_t), &type, sizeof type);
-    return header;
-}
-
-ByteArray typeBytes(uint32_t type) {
-    ByteArray bytes;
-    bytes.assign(&type, sizeof type);
-    return bytes;
-}
-
-/// What a hole of this size begins with, so that it is known for one.
-ByteArray holeHeader(uint64_t size) {
-    ByteArray header = headerOf(size, fourcc("free"));
-    if (size >= 2 * BOX::compactHeader) {
-        header.append(headerOf(BOX::compactHeader, fourcc("mvhd")));
-    }
-    return header;
 }
 
 /// An old movie box becomes a hole, by one write: together with a hole in front of it and the `free` boxes
@@ -149,10 +130,10 @@ bool makeHole(const Container& container, BinFile& file, Attempt& attempt, const
             hole.to = box->offset == hole.to ? box->end() : hole.to;
         }
     }
-    if (movie.largeSize || hole.to - hole.from > UINT32_MAX) {
-        return attempt.overwrite(movie.offset + sizeof(uint32_t), typeBytes(fourcc("free")));
+    if (movie.largeSize || hole.size() > UINT32_MAX) {
+        return attempt.retype(movie.offset, fourcc("free"));
     }
-    return attempt.overwrite(hole.from, headerOf(hole.to - hole.from, fourcc("free")));
+    return attempt.overwrite(hole.from, hole.header());
 }
 
 /// Every movie box of the tree goes, up to `end`: a new one is there.
@@ -175,14 +156,16 @@ bool fillHole(const Container& container, FileIO& file, const Hole& hole, const 
     Attempt attempt(file);
     const auto putBox = [&] { return file.seek_set(place) && box.write(file) && file.flush(); };
     const auto putRest = [&] {
-        return rest.to == rest.from ||
-               (attempt.overwrite(rest.from, holeHeader(rest.to - rest.from)) && file.flush());
+        ByteArray header = rest.size() != 0 ? rest.header() : ByteArray();
+        if (rest.size() >= 2 * BOX::compactHeader) {
+            header.append(headerOf(fourcc("mvhd"), 0)); // so that it is known for a hole
+        }
+        return header.empty() || (attempt.overwrite(rest.from, header) && file.flush());
     };
     // Of the two the latter one first: until the other one is there, it is content of the hole.
-    if (!attempt.remember(hole.from, hole.to - hole.from) ||
-        !attempt.overwrite(hole.from, headerOf(hole.to - hole.from, fourcc("free"))) || !file.flush() ||
-        !(behindMovie ? putBox() && putRest() : putRest() && putBox()) || !Brisa::Watch::goOn() ||
-        !attempt.overwrite(place + sizeof(uint32_t), typeBytes(box.type)) || !file.flush()) {
+    if (!attempt.remember(hole.from, hole.size()) || !attempt.overwrite(hole.from, hole.header()) ||
+        !file.flush() || !(behindMovie ? putBox() && putRest() : putRest() && putBox()) ||
+        !Brisa::Watch::goOn() || !attempt.retype(place, box.type) || !file.flush()) {
         return false;
     }
     // An old movie box at the end of the file need not stay as a hole, nor what is left in front of it.

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
-#include "ByteOrder.h"
+#include "MP4Box_fields.h"
 #include "MP4Container.h"
 #include "MP4Container_edit.h"
 #include "SpatialSound.h"
@@ -22,9 +22,8 @@ constexpr const wchar_t* recordOperation = L"overwriteSpatialDataOffset_ZDT9";
 constexpr uint64_t recordBytes = 16;
 
 ByteArray recordOf(uint64_t dataOffset, uint64_t dataSize) {
-    ByteArray record(recordBytes);
-    storeBigEndian(&record[0], dataOffset);
-    storeBigEndian(&record[8], dataSize);
+    ByteArray record = bytesOf(dataOffset);
+    record.append(bytesOf(dataSize));
     return record;
 }
 
@@ -184,10 +183,8 @@ bool Container::appendSpatialData(FileIO& source, unsigned long long offset, uns
         if (pointers.tables.empty()) {
             return L"the block to be appended has no chunk offsets";
         }
-        ByteArray type;
-        type.assign("free", sizeof(uint32_t));
         plan.keepOnly(offset, offset + length, at);
-        plan.replace(offset + sizeof(uint32_t), offset + BOX::compactHeader, std::move(type));
+        plan.replace(offset + sizeof(uint32_t), offset + BOX::compactHeader, typeBytes(fourcc("free")));
         if (Objection reason = plan.complete(view, pointers); !reason.empty()) {
             return reason;
         }
@@ -222,8 +219,7 @@ bool Container::trimSpatialData(FileIO& source, unsigned long long, const Spatia
         out.write = [&, size, kept](FileIO& file) {
             auto prefix = UUID::prefix(static_cast<uint32_t>(size), SpatialData::_UUID);
             std::memcpy(&prefix[sizeof(uint32_t)], "free", sizeof(uint32_t));
-            ByteArray data = boxOf(fourcc("ZADT"), {});
-            storeBigEndian(data.data(), static_cast<uint32_t>(BOX::compactHeader + kept));
+            const ByteArray data = headerOf(fourcc("ZADT"), kept);
             return file.writeAll(prefix.data(), prefix.size()) == prefix.size() &&
                    file.writeAll(data.data(), data.size()) == data.size() &&
                    source.seek_set(sound.dataOffset + sound.startOffset) &&

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
-#include "ByteOrder.h"
+#include "MP4Box_fields.h"
 
 namespace MP4 {
 
@@ -27,12 +27,6 @@ template <class Stretches>
 auto firstBehind(const Stretches& stretches, uint64_t offset) {
     return std::upper_bound(stretches.begin(), stretches.end(), offset,
                             [](uint64_t value, const auto& stretch) { return value < stretch.to; });
-}
-
-ByteArray arrayOf(const char (&type)[5]) {
-    ByteArray bytes;
-    bytes.assign(type, sizeof(uint32_t));
-    return bytes;
 }
 
 unsigned long long ull(uint64_t number) {
@@ -238,10 +232,8 @@ void Plan::addSizes() {
         object(resized(*box, by, size));
         const unsigned width = box->largeSize ? sizeof(uint64_t) : sizeof(uint32_t);
         const uint64_t field = box->offset + (box->largeSize ? BOX::compactHeader : 0);
-        ByteArray number(width);
-        box->largeSize ? storeBigEndian(number.data(), size)
-                       : storeBigEndian(number.data(), static_cast<uint32_t>(size));
-        follows.push_back({field, field + width, width, std::move(number)});
+        follows.push_back({field, field + width, width,
+                           box->largeSize ? bytesOf(size) : bytesOf(static_cast<uint32_t>(size))});
     }
 }
 
@@ -315,7 +307,7 @@ void Plan::addTables(const Pointers& pointers) {
         const unsigned width = found->second;
         if (width != table.width) {
             const uint64_t type = box.offset + sizeof(uint32_t);
-            follows.push_back({type, type + sizeof(uint32_t), sizeof(uint32_t), arrayOf("co64")});
+            follows.push_back({type, type + sizeof(uint32_t), sizeof(uint32_t), typeBytes(fourcc("co64"))});
         }
         follows.push_back({box.tableOffset, box.tableOffset + uint64_t{box.entryCount} * table.width,
                            uint64_t{box.entryCount} * width, Entries{&table, width}});
@@ -328,10 +320,9 @@ void Plan::addRecord(const Pointers& pointers) {
     if (record == nullptr || isDropped(record->offset) || !stretch.media || stretch.by == 0) {
         return;
     }
-    ByteArray offset(sizeof(uint64_t));
-    storeBigEndian(offset.data(), shifted(pointers.recorded, stretch.by));
     const uint64_t field = record->offset + record->headerSize();
-    follows.push_back({field, field + offset.size(), offset.size(), std::move(offset)});
+    follows.push_back(
+        {field, field + sizeof(uint64_t), sizeof(uint64_t), bytesOf(shifted(pointers.recorded, stretch.by))});
 }
 
 // ---- Carrying it out -------------------------------------------------------------------------------
