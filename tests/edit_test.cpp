@@ -324,6 +324,8 @@ Bytes narrowTables(uint32_t last) {
 const uint64_t narrow = narrowTables(0).size();
 
 } // namespace
+const Bytes hole = box("free", {box("mvhd"), zeros(film(stco({24}), true).size() - 8)}); ///< 8 bytes more than the film needs
+const Bytes rest = box("free", {box("mvhd"), film(stco({24}), false).substr(8)});
 
 INSTANTIATE_TEST_SUITE_P(
     Pointers, Edit,
@@ -357,6 +359,8 @@ INSTANTIATE_TEST_SUITE_P(
                              cat({front, box("free", {box("mvhd")}), box("free", {zeros(film(stco({24}), true).size() - 24)}),
                                   film(stco({24}), false)}),
                              front + film(stco({24}), true)},
+                    EditCase{"TheRestOfAHole", inANewMovieBox, cat({front, hole, film(stco({24}), false), packet}),
+                             cat({front, film(stco({24}), true), rest, packet})},
                     EditCase{"MovieBoxLeftByAKill", inANewMovieBox, cat({front, film(stco({24}), false), film(stco({24}), true)}),
                              cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true).replace(4, 4, "free"),
                                   film(stco({24}), true)})},

@@ -79,6 +79,12 @@ struct Hole {
     }
     /// The header that makes it one box.
     [[nodiscard]] ByteArray header() const { return headerOf(fourcc("free"), size() - BOX::compactHeader); }
+    /// The same, and what a hole is known by, if there is room for it.
+    [[nodiscard]] ByteArray beginning() const {
+        ByteArray bytes = header();
+        bytes.append(size() < 2 * BOX::compactHeader ? ByteArray() : headerOf(fourcc("mvhd"), 0));
+        return bytes;
+    }
 };
 
 /// Whether a box can be a hole or a part of one.
@@ -133,7 +139,7 @@ bool makeHole(const Container& container, BinFile& file, Attempt& attempt, const
     if (movie.largeSize || hole.size() > UINT32_MAX) {
         return attempt.retype(movie.offset, fourcc("free"));
     }
-    return attempt.overwrite(hole.from, hole.header());
+    return attempt.overwrite(hole.from, hole.from == rest.from ? hole.beginning() : hole.header());
 }
 
 /// Every movie box of the tree goes, up to `end`: a new one is there.
@@ -156,11 +162,7 @@ bool fillHole(const Container& container, FileIO& file, const Hole& hole, const 
     Attempt attempt(file);
     const auto putBox = [&] { return file.seek_set(place) && box.write(file) && file.flush(); };
     const auto putRest = [&] {
-        ByteArray header = rest.size() != 0 ? rest.header() : ByteArray();
-        if (rest.size() >= 2 * BOX::compactHeader) {
-            header.append(headerOf(fourcc("mvhd"), 0)); // so that it is known for a hole
-        }
-        return header.empty() || (attempt.overwrite(rest.from, header) && file.flush());
+        return rest.size() == 0 || (attempt.overwrite(rest.from, rest.beginning()) && file.flush());
     };
     // Of the two the latter one first: until the other one is there, it is content of the hole.
     if (!attempt.remember(hole.from, hole.size()) || !attempt.overwrite(hole.from, hole.header()) ||
