@@ -323,9 +323,10 @@ Bytes narrowTables(uint32_t last) {
 }
 const uint64_t narrow = narrowTables(0).size();
 
-} // namespace
 const Bytes hole = box("free", {box("mvhd"), zeros(film(stco({24}), true).size() - 8)}); ///< 8 bytes more than the film needs
 const Bytes rest = box("free", {box("mvhd"), film(stco({24}), false).substr(8)});
+
+} // namespace
 
 INSTANTIATE_TEST_SUITE_P(
     Pointers, Edit,
