@@ -379,7 +379,7 @@ Pointers::Survey Pointers::Table::survey(BinFile& file, const Moves& moves) cons
                 survey.objection = doesNotFit(width);
                 return false;
             }
-            survey.moved += moved != entry ? 1 : 0;
+            survey.moves = survey.moves || moved != entry;
             survey.leaves32Bits = survey.leaves32Bits || (moved > UINT32_MAX && width == sizeof(uint32_t));
         }
         return true;

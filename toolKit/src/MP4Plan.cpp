@@ -178,11 +178,11 @@ Objection Plan::complete(BinFile& file, const Pointers& pointers) {
     if (stretches.empty()) {
         keep(tree.offset, tree.end());
     }
-    constexpr int patience = 3; // rounds in which tables grow one by one; then all that still move
-    compute(pointers);
-    for (int round = 1; grow(file, pointers, round > patience); ++round) {
+    constexpr int patience = 3; // rounds in which only tables grow that must; then all that still move
+    int round = 0;
+    do {
         compute(pointers);
-    }
+    } while (grow(file, pointers, ++round > patience));
     if (reason.empty()) {
         compute(pointers);
         addRecord(pointers);
@@ -201,21 +201,20 @@ void Plan::compute(const Pointers& pointers) {
 }
 
 bool Plan::grow(BinFile& file, const Pointers& pointers, bool all) {
-    const bool mediaMoves = pointers.moveWith(moves);
     bool grown = false;
-    movedOffsets = 0;
     for (const Pointers::Table& table : pointers.tables) {
-        if (!reason.empty() || !(table.alwaysShifts || mediaMoves) || isDropped(table.box->offset)) {
+        if (!reason.empty() || !pointers.moveWith(moves)) {
+            return false;
+        }
+        if (isDropped(table.box->offset)) {
             continue;
         }
         const Pointers::Survey survey = table.survey(file, moves);
         object(survey.objection);
-        movedOffsets += survey.moved;
-        unsigned& width = widths[table.box]; // of its entries in the new file; 0 while none of them moves
-        if (width == sizeof(uint64_t) || survey.moved == 0) {
+        if (!survey.moves) {
             continue;
         }
-        width = table.width;
+        unsigned& width = widths.try_emplace(table.box, table.width).first->second;
         if (width == sizeof(uint32_t) && (survey.leaves32Bits || all)) {
             // The table becomes longer, and moves what is behind it.
             width = sizeof(uint64_t);
@@ -301,7 +300,7 @@ void Plan::addTables(const Pointers& pointers) {
     for (const Pointers::Table& table : pointers.tables) {
         const STCO& box = *table.box;
         const auto found = widths.find(&box);
-        if (found == widths.end() || found->second == 0) {
+        if (found == widths.end()) {
             continue;
         }
         const unsigned width = found->second;
@@ -342,15 +341,10 @@ ByteArray Plan::patched(const ByteArray& old) const {
         if (piece.at < from || piece.at >= to) {
             continue;
         }
-        uint8_t* const place = bytes.data() + (piece.at - from);
-        const uint8_t* const before = old.data() + (piece.from - from);
-        if (piece.change == nullptr) {
-            std::copy(before, before + piece.size, place);
-        } else if (const auto* const content = std::get_if<ByteArray>(&piece.change->content)) {
-            std::copy(content->begin(), content->end(), place);
-        } else if (const auto* const entries = std::get_if<Entries>(&piece.change->content)) {
-            entries->table->shift(moves, before, place, entries->width, entries->table->box->entryCount);
-        }
+        const uint8_t* const source = piece.change == nullptr
+                                          ? old.data() + (piece.from - from)
+                                          : std::get<ByteArray>(piece.change->content).data();
+        std::copy(source, source + piece.size, bytes.data() + (piece.at - from));
     }
     return bytes;
 }

@@ -67,7 +67,7 @@ private:
 struct Pointers {
     /// What an edit does to the entries of a table.
     struct Survey {
-        uint64_t moved = 0; ///< entries that change
+        bool moves = false; ///< whether an entry changes
         bool leaves32Bits = false;
         Objection objection;
     };
@@ -152,8 +152,6 @@ public:
 
     /// Of a completed plan.
     [[nodiscard]] uint64_t size() const { return length; }
-    [[nodiscard]] bool movesMedia() const { return moves.anyMedia(); }
-    [[nodiscard]] uint64_t offsetsMoved() const { return movedOffsets; }
     /// Where the byte at `offset` of the old file lies in the new one.
     [[nodiscard]] uint64_t newPlaceOf(uint64_t offset) const { return shifted(offset, moves.of(offset)); }
     /// Whether all that is said to change lies from `from` up to `to`.
@@ -162,7 +160,8 @@ public:
     [[nodiscard]] std::pair<uint64_t, uint64_t> window() const;
     /// Writes the new file at the destination's position; whether all of it was written.
     bool write(BinFile& file, Brisa::FileIO& destination) const;
-    /// The bytes of the window in the new file, from those of the old one.
+    /// The bytes of the window in the new file, from those of the old one; of a plan without pointers, all of
+    /// whose new bytes are in memory.
     [[nodiscard]] ByteArray patched(const ByteArray& old) const;
     /// Prints what is kept, what comes in and what moves, in a few lines.
     void dump() const;
@@ -208,11 +207,10 @@ private:
     std::deque<Change> said;    ///< what the edit asks for
     std::deque<Change> follows; ///< numbers that follow from it
     std::map<const BOX*, long long> sizes;
-    std::map<const STCO*, unsigned> widths; ///< bytes of an entry in the new file, of tables that change
+    std::map<const STCO*, unsigned> widths; ///< of tables that change: bytes of an entry in the new file
     std::vector<Piece> pieces;
     Moves moves;
     uint64_t length = 0;
-    uint64_t movedOffsets = 0;
     Objection reason;
 };
 
