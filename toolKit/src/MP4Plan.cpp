@@ -53,18 +53,19 @@ Objection resized(const BOX& box, long long by, uint64_t& size) {
 }
 
 Moves::Stretch Moves::around(uint64_t offset) const {
-    const auto within = [offset](const std::vector<Stretch>& stretches, bool media) {
+    // The stretch that holds it, or the gap between two: the rest of the file.
+    const auto within = [offset](const std::vector<Stretch>& stretches, bool mediaInGaps) {
         const auto found = firstBehind(stretches, offset);
         if (found != stretches.end() && found->holds(offset)) {
             return *found;
         }
         return Stretch{found == stretches.begin() ? 0 : std::prev(found)->to,
-                       found == stretches.end() ? endOfAll : found->from, 0, media};
+                       found == stretches.end() ? endOfAll : found->from, 0, mediaInGaps};
     };
-    const Stretch moved = within(kept, false);
+    const Stretch place = within(kept, false);
     const Stretch kind = within(excluded, true);
-    return {std::max(moved.from, kind.from), std::min(moved.to, kind.to), moved.by,
-            moved.media && kind.media};
+    return {std::max(place.from, kind.from), std::min(place.to, kind.to), place.by,
+            place.media && kind.media};
 }
 
 long long Moves::of(uint64_t offset) const {
@@ -256,18 +257,18 @@ void Plan::layOut() {
     };
     for (const auto& [from, to] : stretches) {
         uint64_t done = from;
-        const auto first =
-            std::lower_bound(changes.begin(), changes.end(), from,
-                             [](const Change* change, uint64_t value) { return change->from < value; });
-        for (auto next = first; next != changes.end() && (*next)->from <= to && (*next)->to <= to;
-             ++next, ++used) {
-            if ((*next)->from < done) {
+        for (const Change* change : changes) {
+            if (change->from < from || change->to > to) {
+                continue; // not of this stretch
+            }
+            if (change->from < done) {
                 object(notNested);
                 return;
             }
-            add(done, (*next)->from - done, nullptr);
-            add((*next)->from, (*next)->size, *next);
-            done = (*next)->to;
+            add(done, change->from - done, nullptr);
+            add(change->from, change->size, change);
+            done = change->to;
+            ++used;
         }
         add(done, to - done, nullptr);
     }
@@ -279,16 +280,13 @@ void Plan::layOut() {
 
 void Plan::findMoves() {
     moves = {};
-    std::vector<const Piece*> kept;
-    for (const Piece& piece : pieces) {
+    auto inOldOrder = pieces;
+    std::sort(inOldOrder.begin(), inOldOrder.end(),
+              [](const Piece& one, const Piece& other) { return one.from < other.from; });
+    for (const Piece& piece : inOldOrder) {
         if (piece.change == nullptr) {
-            kept.push_back(&piece);
+            moves.keep(piece.from, piece.from + piece.size, distance(piece.from, piece.at));
         }
-    }
-    std::sort(kept.begin(), kept.end(),
-              [](const Piece* one, const Piece* other) { return one->from < other->from; });
-    for (const Piece* piece : kept) {
-        moves.keep(piece->from, piece->from + piece->size, distance(piece->from, piece->at));
     }
     for (const auto& box : tree.children) {
         const bool describes = box->tag == fourcc("ftyp") || box->tag == fourcc("moov");
