@@ -246,28 +246,33 @@ Objection damageOf(const NestedBox& root, BinFile& file) {
     return damaged == nullptr ? Objection() : damagedText(*damaged);
 }
 
+/// Of each data reference of a track (ISO/IEC 14496-12 8.7.2), whether it names this file.
+std::vector<bool> dataReferences(const NestedBox& mediaInformation, BinFile& file) {
+    std::vector<bool> isHere;
+    const auto read = [&](const BOX& reference) {
+        file.limit = reference.end();
+        isHere.push_back(file.read32() % 2 == 1); // its flags
+    };
+    if (const BOX* const dinf = mediaInformation.first("dinf")) {
+        forEachHeader(file, dinf->offset + dinf->headerSize(), dinf->end(), [&](const BOX& box) {
+            if (box.tag == fourcc("dref")) {
+                forEachHeader(file, box.offset + box.headerSize() + 8, box.end(), read);
+            }
+        });
+    }
+    return isHere;
+}
+
 enum class Place { here, elsewhere, unknown };
 
-/// Where the media data of a track lies: in this file, or in those that its data references
-/// (ISO/IEC 14496-12 8.7.2) name.
+/// Where the media data of a track lies. Where its data references differ, its sample entries tell.
 Place placeOf(const NestedBox& mediaInformation, const NestedBox& sampleTable, BinFile& file) {
-    const BOX* const information = mediaInformation.first("dinf");
-    std::vector<bool> isHere;
-    if (information != nullptr) {
-        forEachHeader(
-            file, information->offset + information->headerSize(), information->end(), [&](const BOX& box) {
-                if (box.tag != fourcc("dref")) {
-                    return;
-                }
-                forEachHeader(file, box.offset + box.headerSize() + 8, box.end(), [&](const BOX& reference) {
-                    file.limit = reference.end();
-                    isHere.push_back(file.read32() % 2 == 1);
-                });
-            });
+    const std::vector<bool> isHere = dataReferences(mediaInformation, file);
+    if (std::find(isHere.begin(), isHere.end(), false) == isHere.end()) { // or there is no reference
+        return Place::here;
     }
-    const bool allHere = std::all_of(isHere.begin(), isHere.end(), [](bool here) { return here; });
-    if (allHere || std::none_of(isHere.begin(), isHere.end(), [](bool here) { return here; })) {
-        return allHere ? Place::here : Place::elsewhere;
+    if (std::find(isHere.begin(), isHere.end(), true) == isHere.end()) {
+        return Place::elsewhere;
     }
     std::vector<Place> places;
     sampleTable.find("stsd", [&](const BOX& descriptions) {
@@ -427,19 +432,22 @@ Objection Pointers::objection(const Moves& moves) const {
 
 bool Pointers::pointInto(BinFile& file, uint64_t from, uint64_t to) const {
     const auto within = [from, to](uint64_t offset) { return from <= offset && offset < to; };
-    return std::any_of(fixed.begin(), fixed.end(),
-                       [&](const Fixed& pointers) {
-                           return std::any_of(pointers.offsets.begin(), pointers.offsets.end(), within);
-                       }) ||
-           std::any_of(tables.begin(), tables.end(), [&](const Table& table) {
-               return !forEachBlock(file, table, [&](const uint8_t* block, uint64_t, uint64_t size) {
-                   uint64_t at = 0;
-                   while (at < size && !within(load(block + at, table.width))) {
-                       at += table.width;
-                   }
-                   return at >= size;
-               });
-           });
+    for (const Fixed& pointers : fixed) {
+        if (std::any_of(pointers.offsets.begin(), pointers.offsets.end(), within)) {
+            return true;
+        }
+    }
+    return std::any_of(tables.begin(), tables.end(), [&](const Table& table) {
+        const auto pointsElsewhere = [&](const uint8_t* block, uint64_t, uint64_t size) {
+            for (uint64_t at = 0; at < size; at += table.width) {
+                if (within(load(block + at, table.width))) {
+                    return false;
+                }
+            }
+            return true;
+        };
+        return !forEachBlock(file, table, pointsElsewhere); // where it cannot be read it might
+    });
 }
 
 void pointersOfBlock(const NestedBox& block, Pointers& pointers) {
