@@ -25,19 +25,17 @@ constexpr uint64_t blockBytes = 65536;
 class Shifter {
 public:
     Shifter(const Pointers::Table& table, const Moves& moves_)
-        : always(table.alwaysShifts), otherwise(always ? table.by : moves_.of(table.home)), moves(moves_) {}
+        : otherwise(moves_.of(table.home)), moves(moves_) {}
 
     /// False when the sum does not fit 64 bits.
     bool operator()(uint64_t entry, uint64_t& moved) {
-        if (!always && !stretch.holds(entry)) {
+        if (!stretch.holds(entry)) {
             stretch = moves.around(entry);
         }
-        const long long by = !always && stretch.media ? stretch.by : otherwise;
-        return !__builtin_add_overflow(entry, by, &moved);
+        return !__builtin_add_overflow(entry, stretch.media ? stretch.by : otherwise, &moved);
     }
 
 private:
-    const bool always;
     const long long otherwise;
     const Moves& moves;
     Moves::Stretch stretch{0, 0, 0, false};
@@ -219,9 +217,8 @@ bool isPadding(BinFile& file, uint64_t from, uint64_t to, uint64_t& budget) {
     return true;
 }
 
-/// Whether a box on that way is as it should be: its children fill it, but for padding or less than a header,
-/// and those of the way are in the right place. If not, it may hide a table from this reader and not from
-/// another.
+/// Whether a box on that way can hide no chunk offsets from this reader that another one would find: its
+/// children fill it, but for padding or less than a header, and no box of the way lies at a wrong level.
 bool isSound(const NestedBox& box, BinFile& file, uint64_t& budget) {
     const size_t inside = levelOf(box.tag) + 1;
     const uint64_t reached =
@@ -329,27 +326,12 @@ void collectTables(const NestedBox& root, BinFile& file, Pointers& pointers) {
     }
 }
 
-/// The fields of the tables at a path, each shifted by the same distance.
-std::vector<Pointers::Table> tablesAt(const NestedBox& top, const std::string& path, long long by) {
-    std::vector<Pointers::Table> tables;
-    for (const auto& [type, width] : {std::pair{".stco", sizeof(uint32_t)}, {".co64", sizeof(uint64_t)}}) {
-        top.find((path + type).c_str(), [&, bytes = width](const BOX& box) {
-            tables.push_back({.box = static_cast<const STCO*>(&box),
-                              .width = static_cast<unsigned>(bytes),
-                              .home = 0,
-                              .by = by,
-                              .alwaysShifts = true});
-            return true;
-        });
-    }
-    return tables;
-}
-
-/// Shifts the entries in the file; false, with nothing written, when one would leave its range.
-bool shiftInPlace(BinFile& file, const std::vector<Pointers::Table>& tables) {
-    const Moves none;
+/// Shifts every entry in the file; false, with nothing written, when one would leave its range.
+bool shiftInPlace(BinFile& file, const std::vector<Pointers::Table>& tables, long long change) {
+    Moves moves;
+    moves.keep(0, ~uint64_t{0}, change);
     for (const Pointers::Table& table : tables) {
-        const Pointers::Survey survey = table.survey(file, none);
+        const Pointers::Survey survey = table.survey(file, moves);
         if (!survey.objection.empty() || survey.leaves32Bits) {
             Brisa::Console::err(L"MP4: %ls.\n", survey.objection.empty() ? doesNotFit(table.width).c_str()
                                                                          : survey.objection.c_str());
@@ -358,7 +340,7 @@ bool shiftInPlace(BinFile& file, const std::vector<Pointers::Table>& tables) {
     }
     return std::all_of(tables.begin(), tables.end(), [&](const Pointers::Table& table) {
         return forEachBlock(file, table, [&](uint8_t* block, uint64_t offset, uint64_t size) {
-            table.shift(none, block, block, table.width, size / table.width);
+            table.shift(moves, block, block, table.width, size / table.width);
             return file.seek_set(offset) && file.writeAll(block, size) == size;
         });
     });
@@ -487,11 +469,8 @@ Pointers pointersOf(const NestedBox& root, BinFile& file) {
 
 template <class Table, class Entry>
 bool modifyIndex(BinFile& file, BOX& table, long long change) {
-    return shiftInPlace(file, {{.box = static_cast<const Table*>(&table),
-                                .width = sizeof(Entry),
-                                .home = 0,
-                                .by = change,
-                                .alwaysShifts = true}});
+    return shiftInPlace(file, {{.box = static_cast<const Table*>(&table), .width = sizeof(Entry), .home = 0}},
+                        change);
 }
 
 template bool modifyIndex<STCO, unsigned int>(BinFile&, BOX&, long long);
@@ -509,8 +488,14 @@ bool Container::modifySTCOIndexImpl(const std::string& sampleTablePath, BinFile&
     if (root == nullptr) {
         return false;
     }
-    const auto tables = tablesAt(*root, sampleTablePath, change);
-    return !tables.empty() && shiftInPlace(file, tables);
+    Pointers pointers;
+    root->find(sampleTablePath.c_str(), [&](const BOX& box) {
+        if (box.hasChild()) {
+            addTables(static_cast<const NestedBox&>(box), 0, pointers);
+        }
+        return true;
+    });
+    return !pointers.tables.empty() && shiftInPlace(file, pointers.tables, change);
 }
 
 } // namespace MP4

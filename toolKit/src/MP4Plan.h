@@ -74,10 +74,8 @@ struct Pointers {
     /// The chunk offsets of a track, in the file.
     struct Table {
         const STCO* box;
-        unsigned width;   ///< bytes of an entry
-        uint64_t home;    ///< an entry that points to nothing that could be media moves as the byte here does
-        long long by = 0; ///< how far every entry moves
-        bool alwaysShifts = false; ///< by `by`, wherever it points
+        unsigned width; ///< bytes of an entry
+        uint64_t home;  ///< an entry that points to nothing that could be media moves as the byte here does
 
         [[nodiscard]] Survey survey(BinFile& file, const Moves& moves) const;
         /// Writes all entries, moved, each `newWidth` bytes wide; whether it did.
