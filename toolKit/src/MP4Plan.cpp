@@ -202,9 +202,12 @@ void Plan::compute(const Pointers& pointers) {
 }
 
 bool Plan::grow(BinFile& file, const Pointers& pointers, bool all) {
+    if (!pointers.moveWith(moves)) {
+        return false;
+    }
     bool grown = false;
     for (const Pointers::Table& table : pointers.tables) {
-        if (!reason.empty() || !pointers.moveWith(moves)) {
+        if (!reason.empty()) {
             return false;
         }
         if (isDropped(table.box->offset)) {
@@ -280,13 +283,16 @@ void Plan::layOut() {
 
 void Plan::findMoves() {
     moves = {};
-    auto inOldOrder = pieces;
-    std::sort(inOldOrder.begin(), inOldOrder.end(),
-              [](const Piece& one, const Piece& other) { return one.from < other.from; });
-    for (const Piece& piece : inOldOrder) {
+    std::vector<const Piece*> kept;
+    for (const Piece& piece : pieces) {
         if (piece.change == nullptr) {
-            moves.keep(piece.from, piece.from + piece.size, distance(piece.from, piece.at));
+            kept.push_back(&piece);
         }
+    }
+    std::sort(kept.begin(), kept.end(),
+              [](const Piece* one, const Piece* other) { return one->from < other->from; });
+    for (const Piece* piece : kept) {
+        moves.keep(piece->from, piece->from + piece->size, distance(piece->from, piece->at));
     }
     for (const auto& box : tree.children) {
         const bool describes = box->tag == fourcc("ftyp") || box->tag == fourcc("moov");
