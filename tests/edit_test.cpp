@@ -330,45 +330,47 @@ const Bytes rest = box("free", {box("mvhd"), film(stco({24}), false).substr(8)})
 
 INSTANTIATE_TEST_SUITE_P(
     Pointers, Edit,
-    testing::Values(follows("BehindPadding", [](const Bytes& samples) { return zeros(64) + box("mdat", {samples}); }),
-                    follows("InFreeBox", [](const Bytes& samples) { return box("free", {samples}) + box("mdat"); }),
-                    follows("InUuidBox", [](const Bytes& samples) { return uuidBox(MP4::AXIS::_UUID, {samples}); }),
-                    follows("InItemData",
-                            [](const Bytes& samples) {
-                                return box("meta", {u32(0), box("idat", {samples})});
-                            }),
-                    follows("InThisFile", inMediaBox, true, withReference(1)),
-                    follows("InAnotherFile", inMediaBox, false, withReference(0)),
-                    follows("PaddedMovie", inMediaBox, true,
-                            [](const Bytes& table, bool edited) {
-                                return film(table, edited, {box("trak", {tkhd(1), zeros(40)}), box("trak")});
-                            }),
-                    follows("ItemOfTheMovie", inMediaBox, true, withItemAt(firstSample(0)), failed, "cannot be corrected"),
-                    follows("ItemOfATrack", inMediaBox, true, withItemAt(firstSample(1), {"trak"}), failed, "cannot be corrected"),
-                    follows("ItemInUserData", inMediaBox, true, withItemAt(firstSample(2), {"udta", "trak"}), failed,
-                            "cannot be corrected"),
-                    follows("ItemAtRest", inMediaBox, true, withItemAt(2)),
-                    EditCase{"BecomesWide", moovFirst, cat({box("mdat", {"0123"}), tables({8, ~0U}, {8})}),
-                             cat({box("moov", {track({co64({8 + moved + 8, uint64_t{~0U} + moved + 8})}), track({co64({8 + moved + 8})})}),
-                                  box("mdat", {"0123"})})},
-                    EditCase{"BecomesWideInTurn", moovFirst, box("mdat", {"0123"}) + narrowTables(static_cast<uint32_t>(~0U - narrow)),
-                             box("moov", {track({co64({8 + narrow + 12, ~0U + narrow + 12})}), track({co64({~0U + uint64_t{12}})})}) +
-                                 box("mdat", {"0123"})},
-                    EditCase{"NewMovieBox", inANewMovieBox, front + film(stco({24}), false),
-                             cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})},
-                    EditCase{"TwoHolesAsOne", inANewMovieBox,
-                             cat({front, box("free", {box("mvhd")}), box("free", {zeros(film(stco({24}), true).size() - 24)}),
-                                  film(stco({24}), false)}),
-                             front + film(stco({24}), true)},
-                    EditCase{"TheRestOfAHole", inANewMovieBox, cat({front, hole, film(stco({24}), false), packet}),
-                             cat({front, film(stco({24}), true), rest, packet})},
-                    EditCase{"MovieBoxLeftByAKill", inANewMovieBox, cat({front, film(stco({24}), false), film(stco({24}), true)}),
-                             cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true).replace(4, 4, "free"),
-                                  film(stco({24}), true)})},
-                    EditCase{"MovieBoxesAroundAHole", inANewMovieBox,
-                             cat({front, film(stco({24}), false), box("free", {box("mvhd"), zeros(film(stco({24}), true).size() - 16)}),
-                                  film(stco({24}), true)}),
-                             cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})}),
+    testing::Values(
+        follows("BehindPadding", [](const Bytes& samples) { return zeros(64) + box("mdat", {samples}); }),
+        follows("InFreeBox", [](const Bytes& samples) { return box("free", {samples}) + box("mdat"); }),
+        follows("InUuidBox", [](const Bytes& samples) { return uuidBox(MP4::AXIS::_UUID, {samples}); }),
+        follows("InItemData",
+                [](const Bytes& samples) {
+                    return box("meta", {u32(0), box("idat", {samples})});
+                }),
+        follows("InThisFile", inMediaBox, true, withReference(1)), follows("InAnotherFile", inMediaBox, false, withReference(0)),
+        follows("PaddedMovie", inMediaBox, true,
+                [](const Bytes& table, bool edited) {
+                    return film(table, edited, {box("trak", {tkhd(1), zeros(40)}), box("trak")});
+                }),
+        follows("ItemOfTheMovie", inMediaBox, true, withItemAt(firstSample(0)), failed, "cannot be corrected"),
+        follows("ItemOfATrack", inMediaBox, true, withItemAt(firstSample(1), {"trak"}), failed, "cannot be corrected"),
+        follows("ItemInUserData", inMediaBox, true, withItemAt(firstSample(2), {"udta", "trak"}), failed, "cannot be corrected"),
+        follows("ItemAtRest", inMediaBox, true, withItemAt(2)),
+        EditCase{"BecomesWide", moovFirst, cat({box("mdat", {"0123"}), tables({8, ~0U}, {8})}),
+                 cat({box("moov", {track({co64({8 + moved + 8, uint64_t{~0U} + moved + 8})}), track({co64({8 + moved + 8})})}),
+                      box("mdat", {"0123"})})},
+        EditCase{"BecomesWideInTurn", moovFirst, box("mdat", {"0123"}) + narrowTables(static_cast<uint32_t>(~0U - narrow)),
+                 box("moov", {track({co64({8 + narrow + 12, ~0U + narrow + 12})}), track({co64({~0U + uint64_t{12}})})}) +
+                     box("mdat", {"0123"})},
+        EditCase{"NewMovieBox", inANewMovieBox, front + film(stco({24}), false),
+                 cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})},
+        EditCase{"TwoHolesAsOne", inANewMovieBox,
+                 cat({front, box("free", {box("mvhd")}), box("free", {zeros(film(stco({24}), true).size() - 24)}),
+                      film(stco({24}), false)}),
+                 front + film(stco({24}), true)},
+        EditCase{"TheRestOfAHole", inANewMovieBox, cat({front, hole, film(stco({24}), false), packet}),
+                 cat({front, film(stco({24}), true), rest, packet})},
+        EditCase{"SmallHoleAheadOfTheLastMovie", inANewMovieBox,
+                 cat({front, film(stco({24}), true).replace(4, 4, "free"), packet, box("free", {box("mvhd")}), film(stco({24}), false)}),
+                 cat({front, film(stco({24}), true), packet, box("free", {box("mvhd")})})},
+        EditCase{"MovieBoxLeftByAKill", inANewMovieBox, cat({front, film(stco({24}), false), film(stco({24}), true)}),
+                 cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true).replace(4, 4, "free"),
+                      film(stco({24}), true)})},
+        EditCase{"MovieBoxesAroundAHole", inANewMovieBox,
+                 cat({front, film(stco({24}), false), box("free", {box("mvhd"), zeros(film(stco({24}), true).size() - 16)}),
+                      film(stco({24}), true)}),
+                 cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true)})}),
     nameOf<EditCase>);
 
 TEST(NewMovieBox, UsesItsHolesAgain) {
