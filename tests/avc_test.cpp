@@ -197,6 +197,8 @@ const Bytes media = box("mdat", {"samples"});
 const Bytes between = box("skip", {Bytes(150'000, 's')}); // more than one block is moved
 const Bytes old = box("udta", {"old user data"});
 const Bytes fresh = box("udta", {"new"});
+const auto onTheWay = static_cast<uint32_t>(movie(0, none, 0, {}).size()); ///< where an item lies that comes first of the rest
+const Bytes item = box("meta", {u32(0), fullBox("iloc", 0, {u16(0x4400), u16(1), u16(1), u16(0), u16(1), u32(onTheWay), u32(1)})});
 const auto grown = static_cast<uint32_t>(movie(1, newVui, 0, {}).size() - movie(0, none, 0, {}).size());
 const std::string line = "Container::appendFullRangeAndConstrainedSet1Flag: 0 - 1, constrained_set1_flag:  0 - 1\n";
 
@@ -224,6 +226,8 @@ INSTANTIATE_TEST_SUITE_P(
                     EditCase{"SameSize", mark, movie(0, unmarked, 9, {}) + media, movie(1, marked, 9, {}) + media, line},
                     EditCase{"UserDataGivesWay", mark, movie(0, none, 9, {between, box("udta", {Bytes(92, 'u')}), box("free")}) + media,
                              movie(1, newVui, 9, {between, box("free", {zeros(92 - grown)}), box("free")}) + media, line},
+                    EditCase{"ItemOnTheWay", mark, movie(0, none, 9, {item, box("udta", {Bytes(92, 'u')})}) + media, "", "failed",
+                             "cannot be corrected"},
                     EditCase{"UserDataStays", markAndKeep, movie(0, none, 9, {old, box("free")}) + media,
                              movie(1, newVui, 9 + grown, {old, box("free")}) + media, line},
                     EditCase{"UserDataTooSmall", mark, media + movie(0, none, 8, {box("udta")}), media + movie(1, newVui, 8, {box("udta")}),

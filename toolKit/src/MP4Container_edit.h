@@ -49,6 +49,8 @@ public:
     [[nodiscard]] Brisa::FileIO& file() const;
     /// Whether the path still names this very file, to which nobody has written.
     [[nodiscard]] bool isUntouched() const;
+    /// Lets another edit have it.
+    void letGo() { own.reset(); }
     /// Runs the work on the same file, open for reading and writing; whether the path named it before and
     /// after, and the work succeeded.
     bool update(const std::function<bool(Brisa::FileIO&)>& work);

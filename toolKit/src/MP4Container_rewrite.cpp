@@ -207,6 +207,60 @@ bool writeNewMovieBox(Container& container, Claim& claim, const Plan& plan, cons
     });
 }
 
+bool writePatch(Claim& claim, const Plan& plan) {
+    BinFile source(claim.file());
+    const auto [from, to] = plan.window();
+    ByteArray old(to - from);
+    return readAt(source, from, old.data(), old.size()) && claim.update([&, at = from](FileIO& file) {
+        Attempt attempt(file);
+        const bool written = attempt.overwrite(at, plan.patched(old)) && file.flush();
+        written ? attempt.keep() : void();
+        return written;
+    });
+}
+
+enum class Way { patch, newMovieBox, newFile };
+
+bool carryOut(Container& container, const wchar_t* operation, Plan& plan, Way way) {
+    Claim claim(container);
+    Objection reason = claim.objection();
+    bool done = false;
+    if (reason.empty()) {
+        BinFile file(claim.file());
+        const Pointers pointers = pointersOf(*container.root, file);
+        if (way == Way::newFile && canMakeNewMovieBox(container, plan, file, pointers)) {
+            way = Way::newMovieBox;
+            const BOX& moov = *container.moov;
+            plan.keepOnly(moov.offset, moov.end(), container.root->boxSize);
+            plan.replace(moov.offset + sizeof(uint32_t), moov.offset + BOX::compactHeader,
+                         typeBytes(fourcc("free")));
+            plan.resize(&moov, 0);
+        }
+        reason = plan.complete(file, pointers);
+        if (reason.empty() && container.dryRun) {
+            Console::out(L"plan: %ls\n", way == Way::patch         ? L"one write over what is there"
+                                         : way == Way::newMovieBox ? L"a new movie box"
+                                                                   : L"a new file");
+            plan.dump();
+            return true;
+        }
+        done =
+            reason.empty() && (way == Way::patch         ? writePatch(claim, plan)
+                               : way == Way::newMovieBox ? writeNewMovieBox(container, claim, plan, pointers)
+                                                         : writeNewFile(container, claim, plan));
+    }
+    if (!reason.empty()) {
+        refuse(container.path, reason);
+    }
+    claim.letGo();
+    if (!done) {
+        return operation != nullptr && (way == Way::newFile ? rewriteFailed(container, operation)
+                                                            : patchFailed(container, operation));
+    }
+    reattach(container);
+    return true;
+}
+
 } // namespace
 
 bool readAt(BinFile& file, uint64_t offset, void* bytes, uint64_t size) {
@@ -236,73 +290,11 @@ bool patchFailed(Container& container, const wchar_t* operation) {
 }
 
 bool carryOut(Container& container, const wchar_t* operation, Plan& plan) {
-    bool done = false;
-    bool inPlace = false;
-    {
-        Claim claim(container);
-        Objection reason = claim.objection();
-        if (reason.empty()) {
-            BinFile file(claim.file());
-            const Pointers pointers = pointersOf(*container.root, file);
-            inPlace = canMakeNewMovieBox(container, plan, file, pointers);
-            if (inPlace) {
-                plan.keepOnly(container.moov->offset, container.moov->end(), container.root->boxSize);
-                plan.replace(container.moov->offset + sizeof(uint32_t),
-                             container.moov->offset + BOX::compactHeader, typeBytes(fourcc("free")));
-                plan.resize(container.moov, 0);
-            }
-            reason = plan.complete(file, pointers);
-            if (reason.empty() && container.dryRun) {
-                Console::out(inPlace ? L"plan: a new movie box\n" : L"plan: a new file\n");
-                plan.dump();
-                return true;
-            }
-            done = reason.empty() && (inPlace ? writeNewMovieBox(container, claim, plan, pointers)
-                                              : writeNewFile(container, claim, plan));
-        }
-        if (!reason.empty()) {
-            refuse(container.path, reason);
-        }
-    }
-    if (!done) {
-        return inPlace ? patchFailed(container, operation) : rewriteFailed(container, operation);
-    }
-    reattach(container);
-    return true;
+    return carryOut(container, operation, plan, Way::newFile);
 }
 
 bool patch(Container& container, const wchar_t* operation, Plan& plan) {
-    bool done = false;
-    {
-        Claim claim(container);
-        Objection reason = claim.objection();
-        if (reason.empty()) {
-            BinFile source(claim.file());
-            reason = plan.complete(source, {});
-            const auto [from, to] = plan.window();
-            if (reason.empty() && container.dryRun) {
-                Console::out(L"plan: one write over what is there\n");
-                plan.dump();
-                return true;
-            }
-            ByteArray old(to - from);
-            done = reason.empty() && readAt(source, from, old.data(), old.size()) &&
-                   claim.update([&, at = from](FileIO& file) {
-                       Attempt attempt(file);
-                       const bool written = attempt.overwrite(at, plan.patched(old)) && file.flush();
-                       written ? attempt.keep() : void();
-                       return written;
-                   });
-        }
-        if (!reason.empty()) {
-            refuse(container.path, reason);
-        }
-    }
-    if (!done) {
-        return operation != nullptr && patchFailed(container, operation);
-    }
-    reattach(container);
-    return true;
+    return carryOut(container, operation, plan, Way::patch);
 }
 
 // ---- Three steps, for callers of their own ---------------------------------------------------------
