@@ -91,6 +91,12 @@ uint64_t endForAppend(const Container& container) {
     return all.empty() || !isLeftover(*all.back(), length) ? length : all.back()->offset;
 }
 
+bool tellAppend(const Container& container, uint64_t size) {
+    Console::out(L"plan: append %llu bytes at %llu\n", static_cast<unsigned long long>(size),
+                 static_cast<unsigned long long>(endForAppend(container)));
+    return true;
+}
+
 // A reader that comes after the process died finds, behind each step: the old file with a `free` box that is
 // cut off (the next append takes it away); with a whole `free` box; with the new box.
 bool appendBox(Container& container, FileIO& file, const NewBox& box) {
@@ -158,24 +164,17 @@ bool appendOrReplace(Container& container, const BOX* old, const ByteArray& head
             });
         };
     }
-    bool done = false;
-    {
-        Claim claim(container);
-        if (!claim.objection().empty()) {
-            return refuse(container.path, claim.objection());
-        }
-        if (container.dryRun) {
-            BinFile view(claim.file());
-            const Tail tail = tailOf(*container.root, view);
-            const Objection reason = objectionTo(container, tail, view);
-            if (reason.empty()) {
-                Console::out(L"plan: append %llu bytes at %llu\n", static_cast<unsigned long long>(box.size),
-                             static_cast<unsigned long long>(tail.length));
-            }
-            return reason.empty() || refuse(container.path, reason);
-        }
-        done = claim.update([&](FileIO& file) { return appendBox(container, file, box); });
+    Claim claim(container);
+    if (!claim.objection().empty()) {
+        return refuse(container.path, claim.objection());
     }
+    if (container.dryRun) {
+        BinFile view(claim.file());
+        const Objection reason = objectionToAppend(container, view);
+        return reason.empty() ? tellAppend(container, box.size) : refuse(container.path, reason);
+    }
+    const bool done = claim.update([&](FileIO& file) { return appendBox(container, file, box); });
+    claim.letGo();
     reattach(container);
     return done;
 }

@@ -101,6 +101,8 @@ struct NewBox {
 Objection objectionToAppend(const Container& container, BinFile& file);
 /// Where it would lie.
 uint64_t endForAppend(const Container& container);
+/// What a dry run says of it; true.
+bool tellAppend(const Container& container, uint64_t size);
 /// Puts a box behind the last one, on disk when it returns.
 bool appendBox(Container& container, Brisa::FileIO& file, const NewBox& box);
 

@@ -12,35 +12,33 @@ namespace {
 
 /// By a change of its type, or of the file's length.
 bool removeTopLevel(Container& container, const BOX& box) {
-    bool done = false;
-    {
-        Claim claim(container);
-        if (!claim.objection().empty()) {
-            return refuse(container.path, claim.objection());
-        }
-        const uint64_t length = container.root->boxSize;
-        const bool last = box.end() == length;
-        if (box.end() > length) {
-            return refuse(container.path, text(L"%ls is cut off", box.basicTag().c_str()));
-        }
-        if (container.dryRun) {
-            Brisa::Console::out(L"plan: %ls %ls\n", last ? L"cut off" : L"make free", box.basicTag().c_str());
-            return true;
-        }
-        done = claim.update([&](Brisa::FileIO& file) {
-            Attempt attempt(file);
-            // Cut off, it is gone at once; sound has a record as well, and is no sound before that goes.
-            const bool marked = !last || isSpatial(box);
-            const bool gone = (!marked || attempt.retype(box.offset, fourcc("free"))) &&
-                              (!isSpatial(box) || forgetSound(container, attempt)) && file.flush() &&
-                              (!last || file.truncate(box.offset));
-            if (gone) {
-                attempt.keep();
-                file.flush(); // if this fails, a `free` box may stay at the end
-            }
-            return gone;
-        });
+    Claim claim(container);
+    if (!claim.objection().empty()) {
+        return refuse(container.path, claim.objection());
     }
+    const uint64_t length = container.root->boxSize;
+    const bool last = box.end() == length;
+    if (box.end() > length) {
+        return refuse(container.path, text(L"%ls is cut off", box.basicTag().c_str()));
+    }
+    if (container.dryRun) {
+        Brisa::Console::out(L"plan: %ls %ls\n", last ? L"cut off" : L"make free", box.basicTag().c_str());
+        return true;
+    }
+    const bool done = claim.update([&](Brisa::FileIO& file) {
+        Attempt attempt(file);
+        // Cut off, it is gone at once; sound has a record as well, and is no sound before that goes.
+        const bool marked = !last || isSpatial(box);
+        const bool gone = (!marked || attempt.retype(box.offset, fourcc("free"))) &&
+                          (!isSpatial(box) || forgetSound(container, attempt)) && file.flush() &&
+                          (!last || file.truncate(box.offset));
+        if (gone) {
+            attempt.keep();
+            file.flush(); // if this fails, a `free` box may stay at the end
+        }
+        return gone;
+    });
+    claim.letGo();
     reattach(container);
     return done;
 }

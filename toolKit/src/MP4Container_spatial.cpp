@@ -52,44 +52,34 @@ bool appendBlock(Container& container, const std::function<Objection(uint64_t at
         Brisa::Console::out(L"MP4: SpatialData is existed.\n");
         return true;
     }
-    bool done = false;
-    {
-        Claim claim(container);
-        Objection reason = claim.objection();
-        if (!reason.empty()) {
-            return refuse(container.path, reason);
-        }
+    Claim claim(container);
+    Objection reason = claim.objection();
+    if (reason.empty()) {
         BinFile view(claim.file());
         reason = objectionToAppend(container, view);
-        if (!reason.empty()) {
-            return refuse(container.path, reason);
-        }
-        if (lacksRoomForRecord(container)) {
-            return patchFailed(container, recordOperation);
-        }
-        Block block;
-        reason = prepare(endForAppend(container), block);
-        if (!reason.empty()) {
-            refuse(container.path, reason);
-            return patchFailed(container, tablesOperation);
-        }
-        if (container.dryRun) {
-            Brisa::Console::out(L"plan: append %llu bytes at %llu\n",
-                                static_cast<unsigned long long>(block.size),
-                                static_cast<unsigned long long>(endForAppend(container)));
-            return true;
-        }
-        done = claim.update([&](FileIO& file) {
-            return appendBox(container, file,
-                             {.size = block.size,
-                              .type = fourcc("uuid"),
-                              .write = block.write,
-                              .beforeItCounts = [&](Attempt& attempt) {
-                                  return writeRecord(container, attempt,
-                                                     recordOf(block.dataOffset, block.dataSize));
-                              }});
-        });
     }
+    if (!reason.empty()) {
+        return refuse(container.path, reason);
+    }
+    if (lacksRoomForRecord(container)) {
+        return patchFailed(container, recordOperation);
+    }
+    Block block;
+    reason = prepare(endForAppend(container), block);
+    if (!reason.empty()) {
+        refuse(container.path, reason);
+        return patchFailed(container, tablesOperation);
+    }
+    if (container.dryRun) {
+        return tellAppend(container, block.size);
+    }
+    const auto putRecord = [&](Attempt& attempt) {
+        return writeRecord(container, attempt, recordOf(block.dataOffset, block.dataSize));
+    };
+    const NewBox box{
+        .size = block.size, .type = fourcc("uuid"), .write = block.write, .beforeItCounts = putRecord};
+    const bool done = claim.update([&](FileIO& file) { return appendBox(container, file, box); });
+    claim.letGo();
     reattach(container);
     return done;
 }
