@@ -323,6 +323,9 @@ Bytes narrowTables(uint32_t last) {
 }
 const uint64_t narrow = narrowTables(0).size();
 
+Bytes userDataFirst(bool edited) {
+    return box("moov", {box("udta", {edited ? "new!" : ""}), box("mvhd")});
+}
 const Bytes hole = box("free", {box("mvhd"), zeros(film(stco({24}), true).size() - 8)}); ///< 8 bytes more than the film needs
 const Bytes rest = box("free", {box("mvhd"), film(stco({24}), false).substr(8)});
 
@@ -364,6 +367,8 @@ INSTANTIATE_TEST_SUITE_P(
         EditCase{"SmallHoleAheadOfTheLastMovie", inANewMovieBox,
                  cat({front, film(stco({24}), true).replace(4, 4, "free"), packet, box("free", {box("mvhd")}), film(stco({24}), false)}),
                  cat({front, film(stco({24}), true), packet, box("free", {box("mvhd")})})},
+        EditCase{"HeaderIsNotFirst", inANewMovieBox, front + userDataFirst(false),
+                 cat({front, userDataFirst(false).replace(4, 4, "free").replace(12, 4, "mvhd"), userDataFirst(true)})},
         EditCase{"MovieBoxLeftByAKill", inANewMovieBox, cat({front, film(stco({24}), false), film(stco({24}), true)}),
                  cat({front, film(stco({24}), false).replace(4, 4, "free"), film(stco({24}), true).replace(4, 4, "free"),
                       film(stco({24}), true)})},

@@ -93,8 +93,8 @@ struct NewBox {
     uint64_t size;
     uint32_t type;
     std::function<bool(Brisa::FileIO&)> write;         ///< writes all of it, of the type `free`
-    std::function<bool(Attempt&)> beforeItCounts = {}; ///< what else has to be there by then
-    std::function<bool(Attempt&)> whenItCounts = {};   ///< what is to be undone with it if it fails
+    std::function<bool(Attempt&)> beforeItCounts = {}; ///< written ahead of its type
+    std::function<bool(Attempt&)> whenItCounts = {};   ///< right behind that; if it fails, all is taken back
 };
 
 /// Why a box at the end of the file would not be found by a reader; empty if it would.

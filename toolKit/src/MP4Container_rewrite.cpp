@@ -139,7 +139,8 @@ bool makeHole(const Container& container, BinFile& file, Attempt& attempt, const
     if (movie.largeSize || hole.size() > UINT32_MAX) {
         return attempt.retype(movie.offset, fourcc("free"));
     }
-    return attempt.overwrite(hole.from, hole.from == rest.from ? hole.beginning() : hole.header());
+    const bool known = hole.from != rest.from && (hole.from != movie.offset || beginsAsMovie(movie, file));
+    return attempt.overwrite(hole.from, known ? hole.header() : hole.beginning());
 }
 
 /// Every movie box of the tree goes, up to `end`: a new one is there.
