@@ -139,7 +139,10 @@ bool makeHole(const Container& container, BinFile& file, Attempt& attempt, const
     if (movie.largeSize || hole.size() > UINT32_MAX) {
         return attempt.retype(movie.offset, fourcc("free"));
     }
-    const bool known = hole.from != rest.from && (hole.from != movie.offset || beginsAsMovie(movie, file));
+    const auto* const inside = as<NestedBox>(movie);
+    const bool headerFirst =
+        inside != nullptr && !inside->children.empty() && inside->children.front()->tag == fourcc("mvhd");
+    const bool known = hole.from != rest.from && (hole.from != movie.offset || headerFirst);
     return attempt.overwrite(hole.from, known ? hole.header() : hole.beginning());
 }
 
