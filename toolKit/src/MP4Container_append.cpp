@@ -145,9 +145,14 @@ bool areOfOneKind(const BOX& one, const BOX& other) {
 
 bool appendOrReplace(Container& container, const BOX* old, const ByteArray& header,
                      const std::function<bool(FileIO&)>& content) {
+    const bool large = header.size() == 2 * BOX::compactHeader && loadBigEndian<uint32_t>(header.data()) == 1;
+    if (header.size() != BOX::compactHeader && !large) {
+        return refuse(container.path,
+                      L"what should be put in has no header of 8 bytes, or 16 with a largesize");
+    }
     NewBox box{.size = loadBigEndian<uint32_t>(header.data()), .type = 0, .write = {}};
     std::memcpy(&box.type, header.data() + sizeof(uint32_t), sizeof box.type);
-    if (box.size == 1) {
+    if (large) {
         box.size = loadBigEndian<uint64_t>(header.data() + BOX::compactHeader);
     }
     box.write = [&](FileIO& file) {
