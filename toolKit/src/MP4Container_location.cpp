@@ -115,7 +115,7 @@ bool Container::appendLocations(const GPSInfo& position) {
 bool Container::replaceLocations(const GPSInfo& position, const std::string& xml, const std::string& packet) {
     constexpr const wchar_t* operation = L"replaceLocations";
     if (moov == nullptr || (!xml.empty() && trak == nullptr)) {
-        return false;
+        return refuse(path, moov == nullptr ? L"it has no movie (moov)" : L"it has no video track");
     }
     if (!fitsBox(position.rxyz.size()) || !fitsBox(xml.size()) || !fitsBox(packet.size())) {
         return rewriteFailed(*this, operation);
