@@ -110,8 +110,8 @@ protected:
     [[nodiscard]] std::wstring indentation() const;
 };
 
-/// The box as an object of the class `Box`; null if it is of another class. What stands where is told by a
-/// table at the end of this header.
+/// The box as an object of the class `Box`; null if it is of another class (a CO64 is an STCO too). What
+/// stands where is told by a table at the end of this header.
 template <class Box>
 [[nodiscard]] Box* as(BOX* box) {
     return dynamic_cast<Box*>(box);

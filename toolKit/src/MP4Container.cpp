@@ -82,6 +82,12 @@ void Container::find(const char* boxPath, std::function<bool(BOX&)> predicate) c
     }
 }
 
+void Container::find(const char* boxPath, std::function<Search(BOX&)> predicate) const {
+    if (root) {
+        root->find(boxPath, std::move(predicate));
+    }
+}
+
 bool Container::open(std::function<void(Brisa::FileIO&)> work) const {
     return Brisa::FileIO::open(path, std::move(work));
 }

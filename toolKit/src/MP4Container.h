@@ -85,6 +85,7 @@ public:
 
     /// Runs NestedBox::find() on the root; finds nothing before the first parse.
     void find(const char* boxPath, std::function<bool(BOX&)> predicate) const;
+    void find(const char* boxPath, std::function<Search(BOX&)> predicate) const;
     /// Runs the work on a new handle of the container's file, read-only or for update (neither
     /// created nor truncated, at offset 0). Returns whether the file opened. What the work writes is taken
     /// to leave the tree true; after a change of structure attach() again. A handle for update has the file
