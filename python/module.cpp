@@ -29,6 +29,9 @@ namespace {
 
 /// What the toolkit has said on standard error since this thread began its work.
 thread_local std::string said;
+/// The system's first reason meanwhile, for what the toolkit tells only with a line of its own on standard
+/// output.
+thread_local int reason = 0;
 
 /// Becomes an OSError of `number`, or, if that is 0, a pellmor.Error.
 struct Failure {
@@ -39,7 +42,9 @@ struct Failure {
 
 [[noreturn]] void fail(const Path& path, int number = 0) {
     const size_t end = said.find_last_not_of('\n');
-    throw Failure{number, path.native(), end == std::string::npos ? "failed" : said.substr(0, end + 1)};
+    const bool told = end != std::string::npos;
+    throw Failure{number != 0 || told ? number : reason, path.native(),
+                  told ? said.substr(0, end + 1) : "failed"};
 }
 
 /// Whether no signal waits whose handler raises (KeyboardInterrupt).
@@ -55,6 +60,7 @@ void on(const Path& path, bool edit, const std::function<bool(Container&)>& work
     {
         const py::gil_scoped_release free;
         said.clear();
+        reason = 0;
         const Brisa::Watch watch(uninterrupted);
         Container container;
         container.keepContents = false;
@@ -220,6 +226,7 @@ py::object info(const Path& path) {
 /// The exceptions, and where the toolkit's words go: none reaches a stream of the host's.
 void addFailures(py::module_& module) {
     Brisa::Console::setSink([](Brisa::Console::Stream stream, const std::string& text) {
+        reason = reason != 0 ? reason : errno;
         if (stream == Brisa::Console::Stream::err) {
             said += text;
         }
@@ -229,6 +236,9 @@ void addFailures(py::module_& module) {
         try {
             std::rethrow_exception(thrown);
         } catch (const Failure& failure) {
+            if (PyErr_Occurred() != nullptr) {
+                return; // the handler of a signal has raised, and the work failed for that
+            }
             const py::object path =
                 py::reinterpret_steal<py::object>(PyUnicode_DecodeFSDefault(failure.path.c_str()));
             if (failure.number != 0) {

@@ -1,8 +1,11 @@
 # SPDX-License-Identifier: MIT
 """The Python module on real recordings, many at a time."""
 
+import fcntl
 import os
 import shutil
+import signal
+import threading
 from concurrent.futures import ThreadPoolExecutor
 
 import numpy
@@ -72,6 +75,18 @@ def test_refusals_tell_why(recordings, tmp_path):
     with pytest.raises(pellmor.Error, match=r"MP4: .*cut\.mp4"):
         pellmor.slam.put(cut, "map", b"data")
     assert cut.read_bytes() == content
+    bare = tmp_path / "bare.mp4"
+    bare.write_bytes(content[:32])
+    with pytest.raises(pellmor.Error, match="no movie"):
+        pellmor.set_location(bare, 1, 2)
+
+
+def test_an_edit_that_waits_can_be_interrupted(recording):
+    with open(recording) as held:
+        fcntl.flock(held, fcntl.LOCK_EX)
+        threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
+        with pytest.raises(KeyboardInterrupt):
+            pellmor.set_location(recording, 1, 2)
 
 
 def test_a_hundred_files_in_four_threads(recordings, tmp_path):
