@@ -159,6 +159,15 @@ std::string troff(const std::string& text) {
     return plain.starts_with('.') || plain.starts_with('\'') ? "\\&" + plain : plain;
 }
 
+/// What an argument is: as it is described, or the words that it may be.
+std::string meaningOf(const CLI::Option& argument) {
+    const std::string type = argument.get_type_name(); // such as TEXT:{map,walk}
+    const size_t words = type.find('{');
+    return !argument.get_description().empty() || words == std::string::npos
+               ? argument.get_description()
+               : "one of " + type.substr(words + 1, type.find('}') - words - 1);
+}
+
 void man(const CLI::App& app, const Commands& commands) {
     std::string group;
     for (const CLI::App* command : commands) {
@@ -176,6 +185,13 @@ void man(const CLI::App& app, const Commands& commands) {
             std::printf(".br\n%s\n", troff(command->get_footer()).c_str());
         }
         std::printf(".RS\n");
+        for (const CLI::Option* argument : command->get_options(&CLI::Option::get_positional)) {
+            const std::string text = meaningOf(*argument);
+            if (!text.empty()) {
+                std::printf(".TP\n.I %s\n%s.\n", troff(argument->get_name(true)).c_str(),
+                            troff(text).c_str());
+            }
+        }
         for (const CLI::Option* option : optionsOf(*command)) {
             if (option == command->get_help_ptr()) {
                 continue;
