@@ -123,6 +123,7 @@ COMMANDS = {
     "info": Command("pellmor-edit info --json @video.mp4", moov_last(NAME)),
     "picture": Command("pellmor-edit picture @video.mp4 -o @out.html", moov_last(NAME), "out.html"),
     "check": Command("pellmor-edit check @video.mp4", moov_last(NAME)),
+    "get -o": Command("pellmor-edit get map @video.mp4 -o @out.bin --force", moov_last() + box(b"uuid", MAP, b"payload"), "out.bin", {"out.bin": b"old"}),
     "repair": Command("pellmor-edit repair @video.mp4", moov_last() + moov_last()[len(MEDIA) :]),
     "dump": Command("pellmor-edit dump @video.mp4", moov_last(NAME)),
     "wmap": Command("Pellmor -kind:wmap @video.mp4 @text", open_ended(moov_last())),
