@@ -30,7 +30,13 @@ int main(int argc, char** argv) {
         return 1;
     }
     int failed = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+    std::error_code error;
+    const std::filesystem::directory_iterator folder(argv[1], error);
+    if (error) {
+        std::fprintf(stderr, "%s: %s\n", argv[1], error.message().c_str());
+        return 1;
+    }
+    for (const auto& entry : folder) {
         if (entry.path().extension() == ".mp4") {
             const bool located = locate(entry.path(), position);
             std::printf("%s: %s\n", entry.path().c_str(), located ? "located" : "as it was");
