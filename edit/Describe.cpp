@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Describe.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string_view>
 #include <vector>
@@ -70,20 +71,37 @@ std::string optionWords(const CLI::App& app) {
     return words;
 }
 
+/// The words that an argument may be, a blank between them; empty if it may be anything.
+std::string choicesOf(const CLI::Option& argument) {
+    const std::string type = argument.get_type_name(); // such as TEXT:{map,walk}
+    const size_t open = type.find('{');
+    std::string words = open == std::string::npos ? "" : type.substr(open + 1, type.find('}') - open - 1);
+    std::replace(words.begin(), words.end(), ',', ' ');
+    return words;
+}
+
+/// The same of what follows the name of a command.
+std::string choicesBehind(const CLI::App& command) {
+    const auto arguments = command.get_options(&CLI::Option::get_positional);
+    return arguments.empty() ? "" : choicesOf(*arguments.front());
+}
+
 void bash(const CLI::App& app, const Commands& commands) {
     std::string words = optionWords(app);
     std::string cases;
     for (const CLI::App* command : commands) {
         words += command->get_name() + ' ';
-        cases += "    " + command->get_name() + ") words='" + optionWords(*command) + "' ;;\n";
+        cases += "    " + command->get_name() + ") words='" + optionWords(*command) + "' choices='" +
+                 choicesBehind(*command) + "' ;;\n";
     }
     std::printf("_pellmor_edit() {\n"
-                "    local current=${COMP_WORDS[COMP_CWORD]} words=\n"
+                "    local current=${COMP_WORDS[COMP_CWORD]} words= choices=\n"
                 "    case ${COMP_WORDS[1]} in\n%s    esac\n"
                 "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
                 "        words='%s'\n"
                 "    elif [[ $current != -* ]]; then\n"
-                "        words=\n" // readline completes the names of files
+                "        [ \"$COMP_CWORD\" -eq 2 ] || choices=\n"
+                "        words=$choices\n" // of none, readline completes the names of files
                 "    fi\n"
                 "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"
                 "}\n"
@@ -99,6 +117,9 @@ void zshOptions(const CLI::App& app) {
                                      (takesValue(*option) ? ":value:_files" : "");
             std::printf("            %s \\\n", quoted(text).c_str());
         }
+    }
+    if (const std::string choices = choicesBehind(app); !choices.empty()) {
+        std::printf("            '2:word:(%s)' \\\n", choices.c_str());
     }
     std::printf("            '*:file:_files'\n");
 }
@@ -149,7 +170,13 @@ void fish(const CLI::App& app, const Commands& commands) {
     for (const CLI::App* command : commands) {
         std::printf("complete -c pellmor-edit -n __fish_use_subcommand -f -a %s -d %s\n",
                     command->get_name().c_str(), quoted(command->get_description()).c_str());
-        fishOptions(*command, "__fish_seen_subcommand_from " + command->get_name());
+        const std::string isIt = "__fish_seen_subcommand_from " + command->get_name();
+        if (const std::string choices = choicesBehind(*command); !choices.empty()) {
+            std::printf(
+                "complete -c pellmor-edit -n '%s; and test (count (commandline -opc)) -eq 2' -f -a '%s'\n",
+                isIt.c_str(), choices.c_str());
+        }
+        fishOptions(*command, isIt);
     }
 }
 
@@ -157,15 +184,6 @@ void fish(const CLI::App& app, const Commands& commands) {
 std::string troff(const std::string& text) {
     const std::string plain = escaped(text, "-\\");
     return plain.starts_with('.') || plain.starts_with('\'') ? "\\&" + plain : plain;
-}
-
-/// What an argument is: as it is described, or the words that it may be.
-std::string meaningOf(const CLI::Option& argument) {
-    const std::string type = argument.get_type_name(); // such as TEXT:{map,walk}
-    const size_t words = type.find('{');
-    return !argument.get_description().empty() || words == std::string::npos
-               ? argument.get_description()
-               : "one of " + type.substr(words + 1, type.find('}') - words - 1);
 }
 
 void man(const CLI::App& app, const Commands& commands) {
@@ -186,7 +204,8 @@ void man(const CLI::App& app, const Commands& commands) {
         }
         std::printf(".RS\n");
         for (const CLI::Option* argument : command->get_options(&CLI::Option::get_positional)) {
-            const std::string text = meaningOf(*argument);
+            const std::string text =
+                argument->get_description().empty() ? choicesOf(*argument) : argument->get_description();
             if (!text.empty()) {
                 std::printf(".TP\n.I %s\n%s.\n", troff(argument->get_name(true)).c_str(),
                             troff(text).c_str());

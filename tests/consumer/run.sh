@@ -66,6 +66,7 @@ complete() { # WORD...: what the last one could be
 if [ -e "$prefix/bin/pellmor-edit" ]; then
   expect test "$(complete moov)" = moov-first
   expect test "$(complete put --rep)" = --replace
+  expect test "$(complete get wa)" = walk
 fi
 
 boxes "$work/video.mp4" >"$work/table"
