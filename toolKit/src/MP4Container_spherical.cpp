@@ -11,7 +11,8 @@ namespace MP4 {
 bool Container::build_sphericalVideoXmlBOX(BOX*& existing, ByteArray& out, const std::string& xml) const {
     if (moov != nullptr) {
         moov->find("trak.uuid", [&](BOX& box) {
-            existing = static_cast<UUID&>(box).is(SphericalXML::_UUID) ? &box : existing;
+            const auto* const identified = as<UUID>(box);
+            existing = identified != nullptr && identified->is(SphericalXML::_UUID) ? &box : existing;
             return true;
         });
     }
@@ -75,7 +76,8 @@ template <class Kind>
 bool appendOnce(Container& container, const std::string& text, const wchar_t* notice) {
     bool exists = false;
     container.find("uuid", [&exists](BOX& box) {
-        exists = static_cast<UUID&>(box).is(Kind::_UUID);
+        const auto* const identified = as<UUID>(box);
+        exists = identified != nullptr && identified->is(Kind::_UUID);
         return !exists;
     });
     if (exists) {
