@@ -115,6 +115,7 @@ COMMANDS = {
     "remove udta": Command("pellmor-edit remove udta @video.mp4", moov_last(NAME)),
     "remove location": Command("pellmor-edit remove location @video.mp4", moov_first(BAD_LOCI)),
     "location --replace --xmp": Command("pellmor-edit location 1,2 @video.mp4 --replace --xmp", moov_first(BAD_LOCI)),
+    "remove sound": Command("pellmor-edit remove sound @video.mp4", moov_first(RECORDED) + with_sound()[8:]),
     "set-time --backup": Command("pellmor-edit set-time 2026-11-23 @video.mp4 --backup -P", moov_last()),
     "append-sound": Command("pellmor-edit append-sound @sound.mp4 @video.mp4", moov_first(RECORDED)),
     "append-sound --start": Command("pellmor-edit append-sound @sound.mp4 @video.mp4 --start 0.5", open_ended(moov_last())),
