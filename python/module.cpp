@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <pybind11/pybind11.h>
@@ -29,8 +30,7 @@ namespace {
 
 /// What the toolkit has said on standard error since this thread began its work.
 thread_local std::string said;
-/// The system's first reason meanwhile, for what the toolkit tells only with a line of its own on standard
-/// output.
+/// The system's reason, if it had one, when the toolkit first spoke.
 thread_local int reason = 0;
 
 /// Becomes an OSError of `number`, or, if that is 0, a pellmor.Error.
@@ -41,10 +41,11 @@ struct Failure {
 };
 
 [[noreturn]] void fail(const Path& path, int number = 0) {
-    const size_t end = said.find_last_not_of('\n');
-    const bool told = end != std::string::npos;
-    throw Failure{number != 0 || told ? number : reason, path.native(),
-                  told ? said.substr(0, end + 1) : "failed"};
+    // Some failures are told by a line on standard output alone.
+    const bool ofSystem =
+        said.empty() || said.find(std::generic_category().message(reason)) != std::string::npos;
+    throw Failure{number != 0 || !ofSystem ? number : reason, path.native(),
+                  said.empty() ? "failed" : said.substr(0, said.find_last_not_of('\n') + 1)};
 }
 
 /// Whether no signal waits whose handler raises (KeyboardInterrupt).

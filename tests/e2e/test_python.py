@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: MIT
 """The Python module on real recordings, many at a time."""
 
+import errno
 import fcntl
 import os
+import resource
 import shutil
 import signal
 import threading
@@ -79,6 +81,19 @@ def test_refusals_tell_why(recordings, tmp_path):
     bare.write_bytes(content[:32])
     with pytest.raises(pellmor.Error, match="no movie"):
         pellmor.set_location(bare, 1, 2)
+
+
+def test_what_the_system_refuses_is_its_error(recording):
+    content = recording.read_bytes()
+    limits = resource.getrlimit(resource.RLIMIT_FSIZE)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (len(content) + 100, limits[1]))
+    try:
+        with pytest.raises(OSError) as failure:
+            pellmor.slam.put(recording, "map", bytes(1000))
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, limits)
+    assert failure.value.errno == errno.EFBIG
+    assert recording.read_bytes() == content
 
 
 def test_an_edit_that_waits_can_be_interrupted(recording):
