@@ -24,7 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         require(done || content() == before);
         bool found = !done || choice != 6;
         container.find("uuid", [&found](MP4::BOX& box) {
-            found = found || static_cast<MP4::UUID&>(box).is(MP4::XMP::_UUID);
+            const auto* const identified = MP4::as<MP4::UUID>(box);
+            found = found || (identified != nullptr && identified->is(MP4::XMP::_UUID));
             return !found;
         });
         require(found); // what was put in can be read
