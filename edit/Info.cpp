@@ -280,17 +280,17 @@ void readMovie(FileIO& file, const MP4::Container& container, Facts& facts) {
 
 void readPayloads(const MP4::Container& container, Facts& facts) {
     const auto add = [&](BOX& box) {
-        auto& payload = static_cast<MP4::UUID&>(box);
-        const char* const kind = payload.boxSize < MP4::UUID::prefixSize ? nullptr : kindOf(payload.usertype);
+        const auto* const payload = MP4::as<MP4::UUID>(box);
+        const char* const kind =
+            payload == nullptr || box.boxSize < MP4::UUID::prefixSize ? nullptr : kindOf(payload->usertype);
         if (kind == nullptr) {
             return true;
         }
-        if (payload.is(MP4::SpatialData::_UUID)) {
-            facts.spatialSound = facts.spatialSound ? facts.spatialSound : soundFrom(payload);
+        if (payload->is(MP4::SpatialData::_UUID)) {
+            facts.spatialSound = facts.spatialSound ? facts.spatialSound : soundFrom(*payload);
         } else if (facts.payload(kind) == nullptr) { // the first one counts
-            const uint64_t front = payload.headerSize() + payload.usertype.size();
-            facts.payloads.push_back(
-                {kind, payload.offset, payload.boxSize - std::min(payload.boxSize, front)});
+            const uint64_t front = box.headerSize() + payload->usertype.size();
+            facts.payloads.push_back({kind, box.offset, box.boxSize - std::min(box.boxSize, front)});
         }
         return true;
     };

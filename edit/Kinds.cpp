@@ -74,7 +74,8 @@ const Kind& kindNamed(const std::string& name) {
 std::vector<MP4::BOX*> boxesOf(const Container& container, const Kind& kind) {
     std::vector<MP4::BOX*> found;
     findIn(container, kind.path, [&](MP4::BOX& box) {
-        const bool right = kind.isWholeBox() || static_cast<const MP4::UUID&>(box).is(kind.identity);
+        const auto* const identified = MP4::as<MP4::UUID>(box);
+        const bool right = kind.isWholeBox() || (identified != nullptr && identified->is(kind.identity));
         if (right && box.endWithin(container.root->boxSize) == box.end()) {
             found.push_back(&box);
         }
