@@ -29,7 +29,7 @@ def machine(home, options):
     commit = first_line("git", "-C", home, "describe", "--always", "--dirty", "--exclude", "*")
     cores = first_line("nproc")
     yield f"{date.today()}, commit {commit}, {options.rounds} rounds."
-    yield f"{cpu}, {cores} cores, {memory:.0f} GiB of memory, {kind}, Linux {platform.release()}."
+    yield f"{cpu}, {cores} cores, {memory:.0f} GiB of memory, {kind}, Linux {platform.release().partition('-')[0]}."
     packages = ("coreutils", "ffmpeg", "libimage-exiftool-perl", "atomicparsley", "mediainfo")
     yield "Beside it: " + ", ".join(f"{name} {first_line('dpkg-query', '-W', '-f', '${Version}', name)}" for name in packages) + "."
 
