@@ -77,11 +77,9 @@ struct Hole {
     [[nodiscard]] bool takes(uint64_t box) const {
         return box == size() || (box < size() && size() - box >= BOX::compactHeader);
     }
-    /// The header that makes it one box.
-    [[nodiscard]] ByteArray header() const { return headerOf(fourcc("free"), size() - BOX::compactHeader); }
-    /// The same, and what a hole is known by, if there is room for it.
+    /// The header that makes it one box, and what a hole is known by, if there is room for it.
     [[nodiscard]] ByteArray beginning() const {
-        ByteArray bytes = header();
+        ByteArray bytes = headerOf(fourcc("free"), size() - BOX::compactHeader);
         bytes.append(size() < 2 * BOX::compactHeader ? ByteArray() : headerOf(fourcc("mvhd"), 0));
         return bytes;
     }
@@ -139,11 +137,7 @@ bool makeHole(const Container& container, BinFile& file, Attempt& attempt, const
     if (movie.largeSize || hole.size() > UINT32_MAX) {
         return attempt.retype(movie.offset, fourcc("free"));
     }
-    const auto* const inside = as<NestedBox>(movie);
-    const bool headerFirst =
-        inside != nullptr && !inside->children.empty() && inside->children.front()->tag == fourcc("mvhd");
-    const bool known = hole.from != rest.from && (hole.from != movie.offset || headerFirst);
-    return attempt.overwrite(hole.from, known ? hole.header() : hole.beginning());
+    return attempt.overwrite(hole.from, hole.beginning());
 }
 
 /// Every movie box of the tree goes, up to `end`: a new one is there.
@@ -169,7 +163,7 @@ bool fillHole(const Container& container, FileIO& file, const Hole& hole, const 
         return rest.size() == 0 || (attempt.overwrite(rest.from, rest.beginning()) && file.flush());
     };
     // Of the two the latter one first: until the other one is there, it is content of the hole.
-    if (!attempt.remember(hole.from, hole.size()) || !attempt.overwrite(hole.from, hole.header()) ||
+    if (!attempt.remember(hole.from, hole.size()) || !attempt.overwrite(hole.from, hole.beginning()) ||
         !file.flush() || !(behindMovie ? putBox() && putRest() : putRest() && putBox()) ||
         !Brisa::Watch::goOn() || !attempt.retype(place, box.type) || !file.flush()) {
         return false;
