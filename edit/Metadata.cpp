@@ -42,13 +42,26 @@ bool isNear(const GPSInfo::BaseX& one, const GPSInfo::BaseX& other, double toler
     return one.valid == other.valid && std::abs(one.value - other.value) <= tolerance;
 }
 
-/// Whether a text tells the position, as closely as one with four digits can.
+/// Whether a text tells the position: to the digits that it has, and at the same altitude if both have one.
 bool tells(const std::string& text, const GPSInfo& wanted) {
-    constexpr double fourDigits = 0.0001;
     GPSInfo told;
     told.attachRXYZ(text.c_str());
-    return text == wanted.to_CXYZ_string() || (isNear(told.latitude, wanted.latitude, fourDigits) &&
-                                               isNear(told.longitude, wanted.longitude, fourDigits));
+    const size_t point = std::min(text.find('.'), text.size());
+    const size_t end = std::min(text.find_first_not_of("0123456789", point + 1), text.size());
+    const double lastDigit = std::pow(10.0, -static_cast<double>(end - std::min(point + 1, end)));
+    const bool altitude =
+        !told.altitude.valid || !wanted.altitude.valid || isNear(told.altitude, wanted.altitude, 0.5);
+    return text == wanted.to_CXYZ_string() ||
+           (altitude && isNear(told.latitude, wanted.latitude, lastDigit) &&
+            isNear(told.longitude, wanted.longitude, lastDigit));
+}
+
+/// Whether a text that has room for all digits tells the position.
+bool tellsAll(const std::string& text, const GPSInfo& wanted) {
+    GPSInfo told;
+    told.attachRXYZ(text.c_str());
+    return isNear(told.latitude, wanted.latitude, 0) && isNear(told.longitude, wanted.longitude, 0) &&
+           isNear(told.altitude, wanted.altitude, 0);
 }
 
 /// Whether the box tells the position, as closely as its form allows.
@@ -63,7 +76,7 @@ bool tells(const MP4::Container& container, const MP4::BOX& box, const GPSInfo& 
     if (const auto* const text = MP4::as<MP4::XYZ>(box)) {
         return tells(text->text, wanted);
     }
-    return bodyOf(container, box) == wanted.rxyz;
+    return tellsAll(bodyOf(container, box), wanted);
 }
 
 /// The location boxes of a movie, against a position.
@@ -111,9 +124,10 @@ bool has(const MP4::Container& container, const char* kindName, const std::strin
 bool setPlace(MP4::Container& container, const Place& place) {
     const bool packet = !has(container, "xmp", place.packet);
     const bool spherical = !has(container, "spherical", place.spherical);
-    if (!Locations(container, place.position).complete() || (packet && spherical)) {
+    const Locations there(container, place.position);
+    if (!there.complete() || (packet && spherical)) {
         return container.replaceLocations(place.position, spherical ? place.spherical : "",
-                                          packet ? place.packet : "");
+                                          packet ? place.packet : "", there.other == 0);
     }
     return packet ? putInto(container, kindNamed("xmp"), place.packet)
                   : container.appendSphericalVideoXML(place.spherical);

@@ -40,3 +40,18 @@ def test_other_readers_find_what_was_added(recording, tmp_path):
     assert b"<x:CreatorTool>a tool</x:CreatorTool>" in run("exiftool", "-xmp", "-b", video).stdout
     assert packets(video) == before
     assert b"<'loci': " in run(BIN / "pellmor-edit", "dump", video).stdout
+
+
+def test_a_location_that_is_there_keeps_its_digits(recordings, tmp_path):
+    told = "+35.689512+139.691723+040.5/"
+    video = tmp_path / "told.mov"
+    run("ffmpeg", "-v", "error", "-i", recordings.moov_last(), "-c", "copy", "-metadata", f"location={told}", video)
+    before = video.read_bytes()
+    for other in ("35.68955,139.69175", "35.689512,139.691723,999"):
+        assert run(BIN / "pellmor-edit", "location", other, video).returncode == 3
+    assert told.encode() in before and video.read_bytes() == before
+    edit("location", "35.689512,139.691723,40.5", video)
+    content = video.read_bytes()
+    assert told.encode() in content and b"@xyz+35.689512+139.691723+40.5/" in content
+    edit("location", "35.6895120,139.691723,40.50", video)
+    assert video.read_bytes() == content

@@ -192,15 +192,18 @@ public:
     /// given to the record), `loci` and `©xyz`; without a `udta` to put them into, a new `udta` around
     /// them. `udta` is set to the movie's own if there is one, else left as it is. False when nothing is
     /// missing. The boxes are laid out in docs/boxes.md.
-    bool build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& position) const;
+    /// Without `onlyMissing`, all three.
+    bool build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& position,
+                           bool onlyMissing = true) const;
     /// Adds the location boxes that are missing to the movie's `udta`, or a new `udta` to `moov`. When
     /// all are there: "MP4: No location-boxes were appended.\n" and true. False without `moov` or `mdat`.
     bool appendLocations(const GPSInfo& position);
     /// All three location boxes, in the place of those that the movie has, and by the same edit, unless they
-    /// are empty, a spherical-video XML and an XMP packet in the place of those. False without `moov`, and
-    /// for an XML without a video track.
+    /// are empty, a spherical-video XML and an XMP packet in the place of those. With `onlyMissing` the
+    /// location boxes that are there stay as they are. False without `moov`, and for an XML without a video
+    /// track.
     bool replaceLocations(const GPSInfo& position, const std::string& xml = {},
-                          const std::string& packet = {});
+                          const std::string& packet = {}, bool onlyMissing = false);
     /// Takes out the location boxes; true as well when there are none.
     bool removeLocations();
     /// Takes out the movie's first `loci` box if it has the malformed size of 28 bytes; true as well when

@@ -14,17 +14,6 @@ namespace {
 constexpr const char* locationTextPath = "udta.\xA9xyz";
 
 /// `@xyz`: the text as it was given.
-ByteArray givenTextBox(const GPSInfo& position) {
-    ByteArray body;
-    body.assign(position.rxyz.data(), position.rxyz.size());
-    return boxOf(fourcc("@xyz"), body);
-}
-
-ByteArray locationBox(const GPSInfo& position) {
-    return LOCI::make(position.longitude.toUINT32Fixnum(), position.latitude.toUINT32Fixnum(),
-                      position.altitude.toUINT32Fixnum());
-}
-
 /// In the place of the packets that the file has, or behind its last box; whether a reader would find it.
 bool putPacket(const Container& container, Plan& plan, const std::string& packet) {
     ByteArray box;
@@ -66,7 +55,8 @@ std::vector<const BOX*> locationBoxes(const Container& container) {
 
 } // namespace
 
-bool Container::build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& position) const {
+bool Container::build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& position,
+                                  bool onlyMissing) const {
     out.clear();
     if (moov == nullptr) {
         return false;
@@ -74,14 +64,19 @@ bool Container::build_locationBOX(BOX*& udta, ByteArray& out, const GPSInfo& pos
     if (BOX* const found = moov->first("udta")) {
         udta = found;
     }
-    if (moov->first("udta.@xyz") == nullptr) {
-        out.append(givenTextBox(position));
+    const auto isWanted = [&](const char* boxPath) {
+        return !onlyMissing || moov->first(boxPath) == nullptr;
+    };
+    if (isWanted("udta.@xyz")) {
+        ByteArray text;
+        text.assign(position.rxyz.data(), position.rxyz.size());
+        out.append(boxOf(fourcc("@xyz"), text));
     }
-    if (moov->first("udta.loci") == nullptr) {
+    if (isWanted("udta.loci")) {
         out.append(LOCI::make(position.longitude.toUINT32Fixnum(), position.latitude.toUINT32Fixnum(),
                               position.altitude.toUINT32Fixnum()));
     }
-    if (moov->first(locationTextPath) == nullptr) {
+    if (isWanted(locationTextPath)) {
         out.append(XYZ::make(position.to_CXYZ_string()));
     }
     if (!out.empty() && udta == nullptr) {
@@ -112,7 +107,8 @@ bool Container::appendLocations(const GPSInfo& position) {
     return carryOut(*this, operation, plan);
 }
 
-bool Container::replaceLocations(const GPSInfo& position, const std::string& xml, const std::string& packet) {
+bool Container::replaceLocations(const GPSInfo& position, const std::string& xml, const std::string& packet,
+                                 bool onlyMissing) {
     constexpr const wchar_t* operation = L"replaceLocations";
     if (moov == nullptr || (!xml.empty() && trak == nullptr)) {
         return refuse(path, moov == nullptr ? L"it has no movie (moov)" : L"it has no video track");
@@ -120,17 +116,16 @@ bool Container::replaceLocations(const GPSInfo& position, const std::string& xml
     if (!fitsBox(position.rxyz.size()) || !fitsBox(xml.size()) || !fitsBox(packet.size())) {
         return rewriteFailed(*this, operation);
     }
-    ByteArray boxes = givenTextBox(position);
-    boxes.append(locationBox(position));
-    boxes.append(XYZ::make(position.to_CXYZ_string()));
     Plan plan(*root);
-    for (const BOX* const box : locationBoxes(*this)) {
-        plan.exchange(*box, {});
+    if (!onlyMissing) {
+        for (const BOX* const box : locationBoxes(*this)) {
+            plan.exchange(*box, {});
+        }
     }
-    if (const BOX* const udta = moov->first("udta")) {
-        plan.addTo(static_cast<const NestedBox&>(*udta), std::move(boxes));
-    } else {
-        plan.addTo(*moov, boxOf(fourcc("udta"), boxes));
+    BOX* udta = nullptr;
+    ByteArray boxes;
+    if (build_locationBOX(udta, boxes, position, onlyMissing)) {
+        plan.addTo(udta != nullptr ? static_cast<NestedBox&>(*udta) : *moov, std::move(boxes));
     }
     if (!xml.empty()) {
         putSpherical(*this, plan, xml);
