@@ -144,7 +144,8 @@ Work get(const Options& options) {
         }
         const MP4::BOX* const box = boxOf(container, kind);
         if (box == nullptr) {
-            return session.notThere(std::string("has no ") + kind.name);
+            return looksLikeMp4(container) ? session.notThere(std::string("has no ") + kind.name)
+                                           : session.failedFor("is no MP4 file");
         }
         const std::string content = contentIn(container, kind, *box);
         return writeResult(session, [&](const Sink& sink) { return sink(content); });
