@@ -13,7 +13,6 @@ namespace {
 
 constexpr const char* locationTextPath = "udta.\xA9xyz";
 
-/// `@xyz`: the text as it was given.
 /// In the place of the packets that the file has, or behind its last box; whether a reader would find it.
 bool putPacket(const Container& container, Plan& plan, const std::string& packet) {
     ByteArray box;
