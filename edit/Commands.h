@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "Job.h"
 #include "Options.h"
-#include "Session.h"
 
 namespace CLI {
 class App;
@@ -16,7 +16,7 @@ class Option;
 namespace edit {
 
 /// What a command does to one file.
-using Work = std::function<Status(Session&)>;
+using Work = std::function<Status(Job&)>;
 
 /// How a command treats its files.
 enum class Form {

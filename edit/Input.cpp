@@ -12,7 +12,7 @@
 #include <pugixml.hpp>
 
 #include "Brisa/BrisaFileIO.h"
-#include "Session.h"
+#include "Job.h"
 
 namespace edit {
 

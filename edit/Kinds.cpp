@@ -136,19 +136,19 @@ void getArguments(CLI::App& app, Options& options) {
 }
 
 Work get(const Options& options) {
-    return [&kind = kindNamed(options.value)](Session& session) {
-        Container& container = session.container;
+    return [&kind = kindNamed(options.value)](Job& job) {
+        Container& container = job.container;
         container.keepContents = false;
-        if (!container.attach(session.path)) {
-            return session.failed("could not be opened");
+        if (!container.attach(job.path)) {
+            return job.failed("could not be opened");
         }
         const MP4::BOX* const box = boxOf(container, kind);
         if (box == nullptr) {
-            return looksLikeMp4(container) ? session.notThere(std::string("has no ") + kind.name)
-                                           : session.failedFor("is no MP4 file");
+            return looksLikeMp4(container) ? job.notThere(std::string("has no ") + kind.name)
+                                           : job.failedFor("is no MP4 file");
         }
         const std::string content = contentIn(container, kind, *box);
-        return writeResult(session, [&](const Sink& sink) { return sink(content); });
+        return writeResult(job, [&](const Sink& sink) { return sink(content); });
     };
 }
 
@@ -171,22 +171,22 @@ Work put(const Options& options) {
     if (kind.isWholeBox()) {
         demandUserData(content, options.input);
     }
-    return [&kind, content = std::move(content)](Session& session) {
-        demandOther(session.options.input, session.name);
-        if (const char* const reason = lacking(session.container, kind)) {
-            return session.failedFor(reason);
+    return [&kind, content = std::move(content)](Job& job) {
+        demandOther(job.options.input, job.name);
+        if (const char* const reason = lacking(job.container, kind)) {
+            return job.failedFor(reason);
         }
-        const MP4::BOX* const existing = boxOf(session.container, kind);
+        const MP4::BOX* const existing = boxOf(job.container, kind);
         const std::string name = kind.name;
-        if (existing != nullptr && holds(session.container, kind, *existing, content)) {
-            return session.nothingToDo("this " + name + " is there");
+        if (existing != nullptr && holds(job.container, kind, *existing, content)) {
+            return job.nothingToDo("this " + name + " is there");
         }
-        if (existing != nullptr && !session.options.replace) {
-            return session.refused("another " + name + " is there; --replace puts this one in its place");
+        if (existing != nullptr && !job.options.replace) {
+            return job.refused("another " + name + " is there; --replace puts this one in its place");
         }
-        return putInto(session.container, kind, content)
-                   ? session.done([&] { return name + " put in (" + grouped(content.size()) + " bytes)"; })
-                   : session.failed("the " + name + " could not be put in");
+        return putInto(job.container, kind, content)
+                   ? job.done([&] { return name + " put in (" + grouped(content.size()) + " bytes)"; })
+                   : job.failed("the " + name + " could not be put in");
     };
 }
 
@@ -201,21 +201,21 @@ Work remove(const Options& options) {
         return removeLocation(options);
     }
     static const Kind sound{"sound", "uuid", MP4::SpatialData::_UUID};
-    return [&kind = options.value == sound.name ? sound : kindNamed(options.value)](Session& session) {
-        std::vector<MP4::BOX*> all = boxesOf(session.container, kind);
+    return [&kind = options.value == sound.name ? sound : kindNamed(options.value)](Job& job) {
+        std::vector<MP4::BOX*> all = boxesOf(job.container, kind);
         const std::string name = kind.name;
         if (all.empty()) {
-            return session.notThere("has no " + name);
+            return job.notThere("has no " + name);
         }
         const uint64_t size = all.front()->boxSize;
         // From the last to the first: until that goes, it is the one that counts.
-        while (session.container.removeBox(*all.back())) {
-            const bool more = all.size() > 1 && !session.options.dryRun;
-            if (!more || (all = boxesOf(session.container, kind)).empty()) {
-                return session.done([&] { return name + " removed (" + grouped(size) + " bytes)"; });
+        while (job.container.removeBox(*all.back())) {
+            const bool more = all.size() > 1 && !job.options.dryRun;
+            if (!more || (all = boxesOf(job.container, kind)).empty()) {
+                return job.done([&] { return name + " removed (" + grouped(size) + " bytes)"; });
             }
         }
-        return session.failed("the " + name + " could not be removed");
+        return job.failed("the " + name + " could not be removed");
     };
 }
 

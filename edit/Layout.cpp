@@ -39,18 +39,18 @@ bool hasHeader(const MP4::Container& container) {
 } // namespace
 
 Work moovFirst(const Options&) {
-    return [](Session& session) {
-        MP4::Container& container = session.container;
+    return [](Job& job) {
+        MP4::Container& container = job.container;
         if (container.moov == nullptr) {
-            return session.failedFor("has no movie (moov)");
+            return job.failedFor("has no movie (moov)");
         }
         if (!container.isMdatFirst()) {
-            return session.nothingToDo("moov is first");
+            return job.nothingToDo("moov is first");
         }
         if (!container.moovFirst()) {
-            return session.failed("moov could not be moved");
+            return job.failed("moov could not be moved");
         }
-        return session.done([&] {
+        return job.done([&] {
             const MP4::MOOV* const moov = container.moov;
             return moov == nullptr
                        ? "moov moved"
@@ -68,14 +68,13 @@ void timeArgument(CLI::App& app, Options& options) {
 }
 
 Work setTime(const Options& options) {
-    return [given = timeOf(options.value)](Session& session) {
-        const uint64_t time = given ? *given : lastChangeOf(session.name);
-        if (!hasHeader(session.container)) {
-            return session.failedFor("has no header that could hold a creation time");
+    return [given = timeOf(options.value)](Job& job) {
+        const uint64_t time = given ? *given : lastChangeOf(job.name);
+        if (!hasHeader(job.container)) {
+            return job.failedFor("has no header that could hold a creation time");
         }
-        return session.container.updateTimeStamp(time)
-                   ? session.done([&] { return "created " + shownTime(time); })
-                   : session.failed("the time could not be set");
+        return job.container.updateTimeStamp(time) ? job.done([&] { return "created " + shownTime(time); })
+                                                   : job.failed("the time could not be set");
     };
 }
 

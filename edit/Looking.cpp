@@ -18,12 +18,12 @@ namespace edit {
 namespace {
 
 /// Reads the file's tree; throws Failure if it is no MP4 file.
-const MP4::Container& attached(Session& session) {
-    MP4::Container& container = session.container;
+const MP4::Container& attached(Job& job) {
+    MP4::Container& container = job.container;
     container.keepContents = false;
-    if (!container.attach(session.path)) {
-        session.failed("could not be opened");
-        throw Failure(session.text());
+    if (!container.attach(job.path)) {
+        job.failed("could not be opened");
+        throw Failure(job.text());
     }
     if (!looksLikeMp4(container)) {
         throw Failure("is no MP4 file");
@@ -32,10 +32,10 @@ const MP4::Container& attached(Session& session) {
 }
 
 /// Ends a command whose result has been written, for the part of the file that could be read.
-Status told(Session& session, bool written, bool whole) {
-    return !written ? session.failed("the result could not be written")
-           : whole  ? session.done([] { return ""; })
-                    : session.failedFor("could not be read whole; boxes may be missing");
+Status told(Job& job, bool written, bool whole) {
+    return !written ? job.failed("the result could not be written")
+           : whole  ? job.done([] { return ""; })
+                    : job.failedFor("could not be read whole; boxes may be missing");
 }
 
 } // namespace
@@ -55,58 +55,58 @@ void pictureArguments(CLI::App& app, Options& options) {
 }
 
 Work info(const Options& options) {
-    return [json = options.json](Session& session) {
-        const Facts facts = factsOf(attached(session));
-        return told(session, Session::print(json ? jsonOf(facts) : textOf(facts)), facts.whole);
+    return [json = options.json](Job& job) {
+        const Facts facts = factsOf(attached(job));
+        return told(job, Job::print(json ? jsonOf(facts) : textOf(facts)), facts.whole);
     };
 }
 
 Work dump(const Options& options) {
-    return [json = options.json](Session& session) {
-        session.container.tableTotals = true;
-        const MP4::Container& container = attached(session);
+    return [json = options.json](Job& job) {
+        job.container.tableTotals = true;
+        const MP4::Container& container = attached(job);
         if (json) {
-            return told(session, writeTree(container, Session::print), !container.incomplete());
+            return told(job, writeTree(container, Job::print), !container.incomplete());
         }
         const Messages::Printed printed;
         container.dump();
-        return told(session, !Brisa::Console::hasLostText(), !container.incomplete());
+        return told(job, !Brisa::Console::hasLostText(), !container.incomplete());
     };
 }
 
 Work picture(const Options&) {
-    return [](Session& session) {
-        const MP4::Container& container = attached(session);
+    return [](Job& job) {
+        const MP4::Container& container = attached(job);
         std::string page; // some MB at most
         const bool whole = writePicture(container, [&page](std::string_view text) {
             page += text;
             return true;
         });
-        return writeResult(session, [&](const Sink& sink) { return sink(page) && whole; });
+        return writeResult(job, [&](const Sink& sink) { return sink(page) && whole; });
     };
 }
 
 Work check(const Options&) {
-    return [](Session& session) {
+    return [](Job& job) {
         bool readable = false;
-        const std::vector<Finding> findings = findingsIn(attached(session), readable);
+        const std::vector<Finding> findings = findingsIn(attached(job), readable);
         bool written = true;
         for (const Finding& finding : findings) {
-            written = written && Session::print(session.name + ":" + std::to_string(finding.offset) + ": " +
-                                                finding.text + "\n");
+            written = written && Job::print(job.name + ":" + std::to_string(finding.offset) + ": " +
+                                            finding.text + "\n");
         }
         if (!written || !readable) {
-            return told(session, written, readable);
+            return told(job, written, readable);
         }
-        return findings.empty() ? session.done([] { return "clean"; })
-                                : session.found(grouped(findings.size()) +
-                                                (findings.size() == 1 ? " finding" : " findings"));
+        return findings.empty()
+                   ? job.done([] { return "clean"; })
+                   : job.found(grouped(findings.size()) + (findings.size() == 1 ? " finding" : " findings"));
     };
 }
 
 Work repair(const Options& options) {
-    return [dryRun = options.dryRun](Session& session) {
-        const Repair result = takeLeftoversAway(session.container, dryRun);
+    return [dryRun = options.dryRun](Job& job) {
+        const Repair result = takeLeftoversAway(job.container, dryRun);
         const auto words = [&] {
             std::string all;
             for (const std::string& what : result.taken) {
@@ -118,11 +118,10 @@ Work repair(const Options& options) {
             return all;
         };
         if (!result.done) {
-            return session.failed(result.left.empty() ? "could not be repaired" : words());
+            return job.failed(result.left.empty() ? "could not be repaired" : words());
         }
-        return result.taken.empty() && result.left.empty()
-                   ? session.nothingToDo("there is nothing to take away")
-                   : session.done(words);
+        return result.taken.empty() && result.left.empty() ? job.nothingToDo("there is nothing to take away")
+                                                           : job.done(words);
     };
 }
 

@@ -102,13 +102,12 @@ struct Place {
 };
 
 /// Whether the file has another content of that kind than the wanted one; then that is told.
-bool isRefused(Session& session, const char* kindName, const std::string& wanted) {
+bool isRefused(Job& job, const char* kindName, const std::string& wanted) {
     const Kind& kind = kindNamed(kindName);
-    const MP4::BOX* const box = wanted.empty() ? nullptr : boxOf(session.container, kind);
-    const bool other = box != nullptr && !holds(session.container, kind, *box, wanted);
-    if (other && !session.options.replace) {
-        session.refused(std::string("another ") + kindName +
-                        " is there; --replace puts this one in its place");
+    const MP4::BOX* const box = wanted.empty() ? nullptr : boxOf(job.container, kind);
+    const bool other = box != nullptr && !holds(job.container, kind, *box, wanted);
+    if (other && !job.options.replace) {
+        job.refused(std::string("another ") + kindName + " is there; --replace puts this one in its place");
         return true;
     }
     return false;
@@ -148,57 +147,57 @@ Work location(const Options& options) {
     if (options.xmp) {
         place.packet = place.position.to_XMP_string(options.tool.c_str(), false, "");
     }
-    return [place](Session& session) {
-        MP4::Container& container = session.container;
+    return [place](Job& job) {
+        MP4::Container& container = job.container;
         if (container.moov == nullptr) {
-            return session.failedFor("has no movie (moov) that could have a location");
+            return job.failedFor("has no movie (moov) that could have a location");
         }
         if (const char* const reason =
                 place.spherical.empty() ? nullptr : lacking(container, kindNamed("spherical"))) {
-            return session.failedFor(reason);
+            return job.failedFor(reason);
         }
-        if (isRefused(session, "xmp", place.packet) || isRefused(session, "spherical", place.spherical)) {
-            return session.status();
+        if (isRefused(job, "xmp", place.packet) || isRefused(job, "spherical", place.spherical)) {
+            return job.status();
         }
         const Locations there(container, place.position);
-        if (there.other > 0 && !session.options.replace) {
-            return session.refused("another location is there; --replace puts this one in its place");
+        if (there.other > 0 && !job.options.replace) {
+            return job.refused("another location is there; --replace puts this one in its place");
         }
         if (there.complete() && has(container, "xmp", place.packet) &&
             has(container, "spherical", place.spherical)) {
-            return session.nothingToDo("this location is there");
+            return job.nothingToDo("this location is there");
         }
-        return setPlace(container, place) ? session.done([&] { return "location " + place.position.rxyz; })
-                                          : session.failed("the location could not be set");
+        return setPlace(container, place) ? job.done([&] { return "location " + place.position.rxyz; })
+                                          : job.failed("the location could not be set");
     };
 }
 
 Work removeLocation(const Options&) {
-    return [](Session& session) {
-        const MP4::Container& container = session.container;
+    return [](Job& job) {
+        const MP4::Container& container = job.container;
         const bool there = std::any_of(locationPaths.begin(), locationPaths.end(),
                                        [&](const char* path) { return firstIn(container, path) != nullptr; });
         if (!there) {
-            return session.notThere("has no location");
+            return job.notThere("has no location");
         }
-        return session.container.removeLocations() ? session.done([] { return "location removed"; })
-                                                   : session.failed("the location could not be removed");
+        return job.container.removeLocations() ? job.done([] { return "location removed"; })
+                                               : job.failed("the location could not be removed");
     };
 }
 
 Work removeBadLocation(const Options&) {
-    return [](Session& session) {
+    return [](Job& job) {
         constexpr uint64_t malformed = 28;
-        if (session.container.moov == nullptr) {
-            return session.failedFor("has no movie (moov)");
+        if (job.container.moov == nullptr) {
+            return job.failedFor("has no movie (moov)");
         }
-        const MP4::BOX* const loci = firstIn(session.container, "moov.udta.loci");
+        const MP4::BOX* const loci = firstIn(job.container, "moov.udta.loci");
         const bool sound = loci == nullptr || loci->boxSize != malformed;
-        if (!session.container.removeBadLOCI()) {
-            return session.failed("the malformed location could not be taken out");
+        if (!job.container.removeBadLOCI()) {
+            return job.failed("the malformed location could not be taken out");
         }
-        return sound ? session.nothingToDo("no malformed location is there")
-                     : session.done([] { return "the malformed location is taken out"; });
+        return sound ? job.nothingToDo("no malformed location is there")
+                     : job.done([] { return "the malformed location is taken out"; });
     };
 }
 
@@ -207,20 +206,20 @@ void sourceArgument(CLI::App& app, Options& options) {
 }
 
 Work gpsMeta(const Options& options) {
-    return [source = options.input](Session& session) {
-        MP4::Container& container = session.container;
+    return [source = options.input](Job& job) {
+        MP4::Container& container = job.container;
         if (firstIn(container, "moov.meta") != nullptr) {
-            return session.nothingToDo("moov has a meta box");
+            return job.nothingToDo("moov has a meta box");
         }
         if (container.moov == nullptr || container.moov->children.size() < 3) {
-            return session.failedFor("has no movie (moov), or one that is next to empty");
+            return job.failedFor("has no movie (moov), or one that is next to empty");
         }
         return withBoxOf(source, "moov.meta",
                          [&](Brisa::FileIO& file, const MP4::BOX& meta) {
                              return container.appendGpsMeta(file, meta.offset, meta.boxSize);
                          })
-                   ? session.done([&] { return "meta box of " + source + " put in"; })
-                   : session.failed("the meta box could not be put in");
+                   ? job.done([&] { return "meta box of " + source + " put in"; })
+                   : job.failed("the meta box could not be put in");
     };
 }
 

@@ -73,13 +73,13 @@ void Draft::finish() {
     draft.clear();
 }
 
-Status writeResult(Session& session, const std::function<bool(const Sink&)>& write) {
-    const std::string& output = session.options.output;
+Status writeResult(Job& job, const std::function<bool(const Sink&)>& write) {
+    const std::string& output = job.options.output;
     if (output.empty() || output == "-") {
-        return write(Session::print) ? session.done([] { return ""; })
-                                     : session.failed("could not be written to standard output");
+        return write(Job::print) ? job.done([] { return ""; })
+                                 : job.failed("could not be written to standard output");
     }
-    return writeFile(session, [&](const std::wstring& path) {
+    return writeFile(job, [&](const std::wstring& path) {
         bool written = false;
         const auto sink = [&](FileIO& file) {
             written = write([&](std::string_view text) {
@@ -90,15 +90,15 @@ Status writeResult(Session& session, const std::function<bool(const Sink&)>& wri
     });
 }
 
-Status writeFile(Session& session, const std::function<bool(const std::wstring&)>& write) {
-    const std::string& output = session.options.output;
-    demandOther(session.name, output);
-    Draft draft(output, session.options.force);
+Status writeFile(Job& job, const std::function<bool(const std::wstring&)>& write) {
+    const std::string& output = job.options.output;
+    demandOther(job.name, output);
+    Draft draft(output, job.options.force);
     if (!write(draft.path())) {
-        return session.failed(output + " could not be written");
+        return job.failed(output + " could not be written");
     }
     draft.finish();
-    return session.done([&] { return "written to " + output; });
+    return job.done([&] { return "written to " + output; });
 }
 
 } // namespace edit

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Brisa/BrisaNewFile.h"
-#include "Session.h"
+#include "Job.h"
 #include "Text.h"
 
 namespace edit {
@@ -42,8 +42,8 @@ private:
 
 /// Has a result written where the command line wants it: to standard output, or to a new file
 /// (Options::output).
-Status writeResult(Session& session, const std::function<bool(const Sink&)>& write);
+Status writeResult(Job& job, const std::function<bool(const Sink&)>& write);
 /// The same for a result that can only be written to a path of its own.
-Status writeFile(Session& session, const std::function<bool(const std::wstring&)>& write);
+Status writeFile(Job& job, const std::function<bool(const std::wstring&)>& write);
 
 } // namespace edit

@@ -75,9 +75,9 @@ private:
 /// The old file under another name; gone again unless the file was changed.
 class Backup {
 public:
-    explicit Backup(const Session& session_) : session(session_), place(widened(session.name + "~")) {}
+    explicit Backup(const Job& job_) : job(job_), place(widened(job.name + "~")) {}
     ~Backup() {
-        if (made && !session.changed()) {
+        if (made && !job.changed()) {
             FileIO::unlink(place);
         }
     }
@@ -86,8 +86,8 @@ public:
 
     /// Whether it could be made. Throws Failure.
     bool make() {
-        Draft copy(session.name + "~", false, NewFile::Access::owner);
-        if (copy.copyOf(session.path)) {
+        Draft copy(job.name + "~", false, NewFile::Access::owner);
+        if (copy.copyOf(job.path)) {
             copy.finish();
             made = true;
         }
@@ -95,7 +95,7 @@ public:
     }
 
 private:
-    const Session& session;
+    const Job& job;
     const std::wstring place;
     bool made = false;
 };
@@ -147,17 +147,17 @@ int Runner::run() {
         return mayGoOn(bytes);
     });
     for (size_t i = 0; i < expected.size(); ++i) {
-        Session session(options, options.files[i]);
-        progress.begin(session.name, expected[i]);
-        runOn(session);
+        Job job(options, options.files[i]);
+        progress.begin(job.name, expected[i]);
+        runOn(job);
         progress.clear();
-        const bool failed = session.status() == Status::failed;
+        const bool failed = job.status() == Status::failed;
         const bool all = !failed && i + 1 == expected.size(); // a signal that came then has ended nothing
         if (Brisa::Interrupts::signal() != 0 && failed) {
-            return interrupted(session.name);
+            return interrupted(job.name);
         }
-        tell(session);
-        worst = worse(worst, session.status());
+        tell(job);
+        worst = worse(worst, job.status());
         if (Brisa::Interrupts::signal() != 0 && !all) {
             return interrupted("pellmor-edit");
         }
@@ -175,85 +175,85 @@ int Runner::interrupted(const std::string& name) const {
     return bySignal + Brisa::Interrupts::signal();
 }
 
-void Runner::runOn(Session& session) {
-    Messages::begin(session.name);
+void Runner::runOn(Job& job) {
+    Messages::begin(job.name);
     try {
-        work(session);
+        work(job);
     } catch (const Failure& failure) {
-        session.ended(failure);
+        job.ended(failure);
     } catch (const std::exception& error) {
-        session.failedFor(error.what());
+        job.failedFor(error.what());
     }
 }
 
-void Runner::work(Session& session) {
+void Runner::work(Job& job) {
     if (!command.edits()) {
-        chosen(session);
+        chosen(job);
         return;
     }
-    const Times times(session.name, options.output.empty() ? session.name : options.output);
+    const Times times(job.name, options.output.empty() ? job.name : options.output);
     if (options.dryRun || options.output.empty()) {
-        edit(session, session.path);
+        edit(job, job.path);
     } else {
-        editTo(options.output, session);
+        editTo(options.output, job);
     }
-    if (options.keepTime && session.changed() && !options.dryRun) {
+    if (options.keepTime && job.changed() && !options.dryRun) {
         times.restore();
     }
 }
 
-void Runner::edit(Session& session, const std::wstring& path) {
-    MP4::Container& container = session.container;
+void Runner::edit(Job& job, const std::wstring& path) {
+    MP4::Container& container = job.container;
     const bool backupWanted = options.backup && options.output.empty() && !options.dryRun;
     container.keepContents = false;
     container.keepUserData = true;
     container.newMovieBox = !options.rewrite && container.outputPath == nullptr;
     container.dryRun = options.dryRun;
     if (!container.claim(path)) {
-        session.failed("could not be opened");
+        job.failed("could not be opened");
     } else if (container.incomplete()) {
-        session.failed("could not be read whole");
+        job.failed("could not be read whole");
     } else if (!looksLikeMp4(container)) {
-        session.failedFor("is no MP4 file");
-    } else if (Backup backup(session); backupWanted && !backup.make()) {
-        session.failed(session.name + "~ could not be written");
+        job.failedFor("is no MP4 file");
+    } else if (Backup backup(job); backupWanted && !backup.make()) {
+        job.failed(job.name + "~ could not be written");
     } else {
-        Messages::begin(session.name);
-        chosen(session);
+        Messages::begin(job.name);
+        chosen(job);
     }
 }
 
-void Runner::editTo(const std::string& output, Session& session) {
-    demandOther(session.name, output);
+void Runner::editTo(const std::string& output, Job& job) {
+    demandOther(job.name, output);
     demandOther(options.input, output);
     Draft draft(output, options.force, NewFile::Access::owner);
     // An XMP packet is appended to a file as it stands.
     const bool rewrites = command.form == Form::rewrites && !options.xmp;
-    session.container.keepContents = false;
-    bool copied = rewrites || (session.container.claim(session.path) && draft.copyOf(session.path));
+    job.container.keepContents = false;
+    bool copied = rewrites || (job.container.claim(job.path) && draft.copyOf(job.path));
     if (copied && rewrites) {
         draft.vacate();
-        session.container.outputPath = draft.path().c_str();
-        edit(session, session.path);
-        const bool written = session.container.outputPath == nullptr;
-        copied = session.status() != Status::done || written || draft.copyOf(session.path);
+        job.container.outputPath = draft.path().c_str();
+        edit(job, job.path);
+        const bool written = job.container.outputPath == nullptr;
+        copied = job.status() != Status::done || written || draft.copyOf(job.path);
     } else if (copied) {
-        edit(session, draft.path());
+        edit(job, draft.path());
     }
     if (!copied) {
-        session.failed(output + " could not be written");
-    } else if (session.status() == Status::done) {
+        job.failed(output + " could not be written");
+    } else if (job.status() == Status::done) {
         draft.finish();
     }
 }
 
-void Runner::tell(const Session& session) const {
-    if (!session.text().empty() && (session.status() != Status::done || !options.quiet)) {
-        const bool planned = options.dryRun && session.changed();
-        tell(session.name, planned ? "would be changed; this was a dry run" : session.text().c_str());
+void Runner::tell(const Job& job) const {
+    if (!job.text().empty() && (job.status() != Status::done || !options.quiet)) {
+        const bool planned = options.dryRun && job.changed();
+        tell(job.name, planned ? "would be changed; this was a dry run" : job.text().c_str());
     }
-    if (session.status() == Status::done && !options.verbose && !Messages::warning().empty()) {
-        tell(session.name, Messages::warning().c_str());
+    if (job.status() == Status::done && !options.verbose && !Messages::warning().empty()) {
+        tell(job.name, Messages::warning().c_str());
     }
 }
 

@@ -16,12 +16,12 @@ public:
     int run();
 
 private:
-    void runOn(Session& session);
+    void runOn(Job& job);
     [[nodiscard]] int interrupted(const std::string& name) const;
-    void work(Session& session);
-    void edit(Session& session, const std::wstring& path);
-    void editTo(const std::string& output, Session& session);
-    void tell(const Session& session) const;
+    void work(Job& job);
+    void edit(Job& job, const std::wstring& path);
+    void editTo(const std::string& output, Job& job);
+    void tell(const Job& job) const;
     void tell(const std::string& name, const char* text) const;
 
     const Command& command;

@@ -32,10 +32,10 @@ void soundOutArguments(CLI::App& app, Options& options) {
 }
 
 Work appendSound(const Options& options) {
-    return [source = options.input, start = options.start, end = options.end](Session& session) {
-        MP4::Container& container = session.container;
+    return [source = options.input, start = options.start, end = options.end](Job& job) {
+        MP4::Container& container = job.container;
         if (container.isSpatialDataExist()) {
-            return session.nothingToDo("spatial sound is there");
+            return job.nothingToDo("spatial sound is there");
         }
         const auto append = [&](Brisa::FileIO& file, const MP4::BOX& data) {
             const MP4::BOX& block = *data.parent;
@@ -47,31 +47,30 @@ Work appendSound(const Options& options) {
                                  : container.appendSpatialData(file, block.offset, block.boxSize);
         };
         return withBoxOf(source, "uuid.ZADT", append)
-                   ? session.done([&] { return "spatial sound of " + source + " put in"; })
-                   : session.failed("the spatial sound could not be put in");
+                   ? job.done([&] { return "spatial sound of " + source + " put in"; })
+                   : job.failed("the spatial sound could not be put in");
     };
 }
 
 namespace {
 
 /// Takes the stretch of a file's sound that the command line names; whether there is any.
-bool takeStretch(Session& session, MP4::SpatialSound& sound) {
-    MP4::Container& container = session.container;
+bool takeStretch(Job& job, MP4::SpatialSound& sound) {
+    MP4::Container& container = job.container;
     container.keepContents = false;
-    return container.attach(session.path) && !container.incomplete() && sound.locate(container) &&
-           sound.cover(session.options.start, session.options.end);
+    return container.attach(job.path) && !container.incomplete() && sound.locate(container) &&
+           sound.cover(job.options.start, job.options.end);
 }
 
 using Dump = bool (*)(MP4::SpatialSound&, const MP4::Container&, const std::wstring&);
 
 Work dumping(Dump dump) {
-    return [dump](Session& session) {
+    return [dump](Job& job) {
         MP4::SpatialSound sound;
-        if (!takeStretch(session, sound)) {
-            return session.failed("has no such sound");
+        if (!takeStretch(job, sound)) {
+            return job.failed("has no such sound");
         }
-        return writeFile(session,
-                         [&](const std::wstring& path) { return dump(sound, session.container, path); });
+        return writeFile(job, [&](const std::wstring& path) { return dump(sound, job.container, path); });
     };
 }
 

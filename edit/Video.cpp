@@ -14,28 +14,28 @@ void rangeArgument(CLI::App& app, Options& options) {
 }
 
 Work fullRange(const Options& options) {
-    return [wanted = options.value](Session& session) {
-        MP4::Container& container = session.container;
+    return [wanted = options.value](Job& job) {
+        MP4::Container& container = job.container;
         const MP4::AVCC* record = nullptr;
         findIn(container, "moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&record](MP4::BOX& box) {
             record = static_cast<const MP4::AVCC*>(&box); // of several tracks the last one, as the edit does
             return false;
         });
         if (record == nullptr) {
-            return session.failedFor("has no H.264 video");
+            return job.failedFor("has no H.264 video");
         }
         unsigned char profile = 0;
         bool constrained = false;
         bool full = false;
         if (!record->get_profile_idc_and_constrained_set1_flag(profile, constrained, full)) {
-            return session.failedFor("its H.264 parameter set cannot be read");
+            return job.failedFor("its H.264 parameter set cannot be read");
         }
         if (constrained && full == (wanted == "on")) {
-            return session.nothingToDo("full range is " + wanted);
+            return job.nothingToDo("full range is " + wanted);
         }
         return container.appendFullRangeAndConstrainedSet1Flag(wanted == "on")
-                   ? session.done([&] { return "full range " + wanted; })
-                   : session.failed("the range could not be changed");
+                   ? job.done([&] { return "full range " + wanted; })
+                   : job.failed("the range could not be changed");
     };
 }
 

@@ -41,9 +41,9 @@ public:
 ///
 /// What a command does ends with one of the verdicts, whose text the Runner prints behind the name of the
 /// file, on standard error, once everything is in place.
-class Session {
+class Job {
 public:
-    Session(const Options& options, std::string file);
+    Job(const Options& options, std::string file);
 
     const Options& options;
     const std::string name;   ///< the file as it was given
