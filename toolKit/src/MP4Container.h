@@ -53,6 +53,10 @@ public:
     /// Edits change nothing: they print on standard output what they would do, in lines that begin with
     /// "plan: ", and have the result that they would have. (Those of three steps are not concerned.)
     bool dryRun = false;
+    /// Called when an edit that changes something is settled, with all that could refuse it looked at, and
+    /// before its first byte is written anywhere; by a dry run, too. For what has to be done first, such as a
+    /// copy. If it says no, the edit fails. (Those of three steps do not call it.)
+    std::function<bool()> beforeWriting;
 
     /// Whether a parse keeps the payloads of `uuid` boxes and the entries of sample tables in the tree. A
     /// program that does not read them clears it before attach(): then memory and time do not grow with what

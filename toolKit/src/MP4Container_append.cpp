@@ -85,6 +85,14 @@ Objection objectionToAppend(const Container& container, BinFile& file) {
     return objectionTo(container, tailOf(*container.root, file), file);
 }
 
+Objection objectionToAppend(const Container& container, const Claim& claim) {
+    if (!claim.objection().empty()) {
+        return claim.objection();
+    }
+    BinFile view(claim.file());
+    return objectionToAppend(container, view);
+}
+
 uint64_t endForAppend(const Container& container) {
     const auto& all = container.root->children;
     const uint64_t length = container.root->boxSize;
@@ -170,13 +178,14 @@ bool appendOrReplace(Container& container, const BOX* old, const ByteArray& head
         };
     }
     Claim claim(container);
-    if (!claim.objection().empty()) {
-        return refuse(container.path, claim.objection());
+    if (const Objection reason = objectionToAppend(container, claim); !reason.empty()) {
+        return refuse(container.path, reason);
+    }
+    if (!mayWrite(container)) {
+        return false;
     }
     if (container.dryRun) {
-        BinFile view(claim.file());
-        const Objection reason = objectionToAppend(container, view);
-        return reason.empty() ? tellAppend(container, box.size) : refuse(container.path, reason);
+        return tellAppend(container, box.size);
     }
     const bool done = claim.update([&](FileIO& file) { return appendBox(container, file, box); });
     claim.letGo();

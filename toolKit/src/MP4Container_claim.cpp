@@ -49,6 +49,10 @@ bool refuse(const std::wstring& path, const Objection& reason) {
     return false;
 }
 
+bool mayWrite(const Container& container) {
+    return !container.beforeWriting || container.beforeWriting();
+}
+
 bool Container::claim(const std::wstring& path_) {
     Objection reason;
     auto locked = lockedAt<Held>(path_, reason);

@@ -97,8 +97,13 @@ struct NewBox {
     std::function<bool(Attempt&)> whenItCounts = {};   ///< right behind that; if it fails, all is taken back
 };
 
+/// Whether an edit that nothing refuses may write now, see Container::beforeWriting.
+bool mayWrite(const Container& container);
+
 /// Why a box at the end of the file would not be found by a reader; empty if it would.
 Objection objectionToAppend(const Container& container, BinFile& file);
+/// The same of a file that may not be to be had.
+Objection objectionToAppend(const Container& container, const Claim& claim);
 /// Where it would lie.
 uint64_t endForAppend(const Container& container);
 /// What a dry run says of it; true.

@@ -21,6 +21,9 @@ bool removeTopLevel(Container& container, const BOX& box) {
     if (box.end() > length) {
         return refuse(container.path, text(L"%ls is cut off", box.basicTag().c_str()));
     }
+    if (!mayWrite(container)) {
+        return false;
+    }
     if (container.dryRun) {
         Brisa::Console::out(L"plan: %ls %ls\n", last ? L"cut off" : L"make free", box.basicTag().c_str());
         return true;

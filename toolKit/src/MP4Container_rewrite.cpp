@@ -235,17 +235,17 @@ bool carryOut(Container& container, const wchar_t* operation, Plan& plan, Way wa
             plan.resize(&moov, 0);
         }
         reason = plan.complete(file, pointers);
-        if (reason.empty() && container.dryRun) {
+        const bool settled = reason.empty() && mayWrite(container);
+        if (settled && container.dryRun) {
             Console::out(L"plan: %ls\n", way == Way::patch         ? L"one write over what is there"
                                          : way == Way::newMovieBox ? L"a new movie box"
                                                                    : L"a new file");
             plan.dump();
             return true;
         }
-        done =
-            reason.empty() && (way == Way::patch         ? writePatch(claim, plan)
-                               : way == Way::newMovieBox ? writeNewMovieBox(container, claim, plan, pointers)
-                                                         : writeNewFile(container, claim, plan));
+        done = settled && (way == Way::patch         ? writePatch(claim, plan)
+                           : way == Way::newMovieBox ? writeNewMovieBox(container, claim, plan, pointers)
+                                                     : writeNewFile(container, claim, plan));
     }
     if (!reason.empty()) {
         refuse(container.path, reason);

@@ -53,11 +53,7 @@ bool appendBlock(Container& container, const std::function<Objection(uint64_t at
         return true;
     }
     Claim claim(container);
-    Objection reason = claim.objection();
-    if (reason.empty()) {
-        BinFile view(claim.file());
-        reason = objectionToAppend(container, view);
-    }
+    Objection reason = objectionToAppend(container, claim);
     if (!reason.empty()) {
         return refuse(container.path, reason);
     }
@@ -69,6 +65,9 @@ bool appendBlock(Container& container, const std::function<Objection(uint64_t at
     if (!reason.empty()) {
         refuse(container.path, reason);
         return patchFailed(container, tablesOperation);
+    }
+    if (!mayWrite(container)) {
+        return false;
     }
     if (container.dryRun) {
         return tellAppend(container, block.size);
