@@ -104,7 +104,7 @@ endfunction()
 
 # Finds what pellmor-edit is built on, or ends the configuration with a word on how to go on.
 function(pellmor_need package debian)
-  find_package(${package} CONFIG QUIET)
+  find_package(${package} QUIET)
   if(NOT ${package}_FOUND)
     message(FATAL_ERROR "pellmor-edit needs ${package} (Debian: ${debian}), which was not found. "
       "Install it, or configure with -DPELLMOR_BUILD_EDIT=OFF for all but this program.")

@@ -6,9 +6,10 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 
 #include "ByteOrder.h"
+#include "Kind.h"
+#include "Leftovers.h"
 #include "Tree.h"
 
 namespace edit {
@@ -21,10 +22,6 @@ using MP4::fourcc;
 
 std::string named(const BOX& box) {
     return "'" + typeOf(box) + "'";
-}
-
-std::string bytesOf(uint64_t count) {
-    return grouped(count) + (count == 1 ? " byte" : " bytes");
 }
 
 bool isOneOf(const BOX& box, std::initializer_list<uint32_t> tags) {
@@ -92,27 +89,6 @@ std::unique_ptr<BOX> boxAround(FileIO& file, uint64_t from, uint64_t nonZero, ui
     return nullptr;
 }
 
-/// A track that describes samples, by the name it has in a finding.
-struct NamedTrack {
-    std::string name;
-    const MP4::TRAK* track;
-};
-
-std::vector<NamedTrack> tracksOf(const MP4::Container& container) {
-    std::vector<NamedTrack> tracks;
-    if (container.moov != nullptr) {
-        container.moov->find("trak", [&](BOX& box) {
-            tracks.push_back({"track " + std::to_string(tracks.size() + 1), static_cast<MP4::TRAK*>(&box)});
-            return true;
-        });
-    }
-    container.find("uuid.ZATR", [&](BOX& box) {
-        tracks.push_back({"the spatial sound", static_cast<MP4::TRAK*>(&box)});
-        return true;
-    });
-    return tracks;
-}
-
 /// Whether the track's data reference says that its samples are in another file (ISO/IEC 14496-12 8.7.2).
 bool isElsewhere(FileIO& file, const MP4::TRAK& track) {
     // The header and fields of dref, then the header and flags of its first entry.
@@ -137,12 +113,14 @@ public:
             inside(*box);
         }
         doubles();
-        for (const NamedTrack& track : tracksOf(container)) {
-            chunks(track);
+        size_t number = 0;
+        for (const MP4::TRAK* const track : tracksOf(container)) {
+            chunks(*track,
+                   track->tag == fourcc("ZATR") ? "the spatial sound" : "track " + std::to_string(++number));
         }
         for (const Leftover& left : leftoversIn(container, file)) {
             if (left.box->end() <= length) { // one that is cut off has been told
-                found(left.box->offset, named(*left.box) + " of " + bytesOf(left.box->boxSize) +
+                found(left.box->offset, named(*left.box) + " of " + byteCount(left.box->boxSize) +
                                             " is left over from an edit (its content was " + left.was + ")");
             }
         }
@@ -158,10 +136,10 @@ private:
         for (const auto& box : top) {
             if (!hasTextAsType(*box) || box->boxSize < box->headerSize()) {
                 found(box->offset, "the bytes here are no box header, but readers take them for one of " +
-                                       bytesOf(box->boxSize));
+                                       byteCount(box->boxSize));
             } else if (box->end() > length) {
                 found(box->offset,
-                      named(*box) + " is cut off: " + bytesOf(box->end() - length) + " of its " +
+                      named(*box) + " is cut off: " + byteCount(box->end() - length) + " of its " +
                           grouped(box->boxSize) + " are missing" +
                           (box->tag == fourcc("free") ? ", as an interrupted append leaves it" : ""));
             }
@@ -178,13 +156,13 @@ private:
     /// Bytes that no walk from box to box arrives at.
     void unreached(uint64_t from, uint64_t end) {
         const auto nonZero = firstNonZero(file, from, end);
-        std::string text = bytesOf(end - from) + (nonZero ? "" : " of zeros") + " that are no box";
+        std::string text = byteCount(end - from) + (nonZero ? "" : " of zeros") + " that are no box";
         if (nonZero) {
             if (const auto hidden = boxAround(file, from, *nonZero, end)) {
                 text = hidden->offset == from
                            ? text
-                           : bytesOf(hidden->offset - from) + " that are no box hide a " + named(*hidden) +
-                                 " of " + bytesOf(hidden->boxSize) + " at " + grouped(hidden->offset);
+                           : byteCount(hidden->offset - from) + " that are no box hide a " + named(*hidden) +
+                                 " of " + byteCount(hidden->boxSize) + " at " + grouped(hidden->offset);
             }
         }
         found(from, text);
@@ -198,7 +176,7 @@ private:
         for (const auto& child : children) {
             if (child->end() > box.end()) {
                 found(child->offset, named(*child) + " sticks out of the " + named(box) + " around it by " +
-                                         bytesOf(child->end() - box.end()));
+                                         byteCount(child->end() - box.end()));
             }
             inside(*child);
         }
@@ -209,7 +187,7 @@ private:
         const uint64_t end = box.endWithin(length);
         if (reached < end &&
             firstNonZero(file, reached, end)) { // zeros pad, and end user data in QuickTime files
-            found(reached, bytesOf(end - reached) + " in " + named(box) + " that are no box");
+            found(reached, byteCount(end - reached) + " in " + named(box) + " that are no box");
         }
     }
 
@@ -249,9 +227,9 @@ private:
                (offset >= around->offset + around->headerSize() && !onlyDescribes(*around));
     }
 
-    void chunks(const NamedTrack& track) {
-        const MP4::STCO* const table = chunkTableOf(*track.track);
-        if (table == nullptr || isElsewhere(file, *track.track)) {
+    void chunks(const MP4::TRAK& track, const std::string& name) {
+        const MP4::STCO* const table = chunkTableOf(track);
+        if (table == nullptr || isElsewhere(file, track)) {
             return;
         }
         struct Bad {
@@ -268,9 +246,9 @@ private:
                 noMedia.add(offset);
             }
         });
-        const std::string where = " of the " + grouped(table->entryCount) + " chunk offsets of " + track.name;
+        const std::string where = " of the " + grouped(table->entryCount) + " chunk offsets of " + name;
         if (!complete) {
-            found(table->offset, named(*table) + " of " + track.name + " has no room for its " +
+            found(table->offset, named(*table) + " of " + name + " has no room for its " +
                                      grouped(table->entryCount) + " entries");
         }
         if (outside.count != 0) {
@@ -291,148 +269,7 @@ private:
     std::vector<Finding> findings;
 };
 
-/// What the content of a `free` box was, as far as its first bytes tell; empty if they do not.
-std::string formerContent(FileIO& file, const BOX& box, bool behindMedia) {
-    std::array<uint8_t, sizeof(MP4::Usertype)> front{};
-    const uint64_t from = box.offset + box.headerSize();
-    if (box.end() < from + front.size() || !file.seek_set(from) ||
-        file.readAll(front.data(), front.size()) != front.size()) {
-        return {};
-    }
-    if (const char* const kind = kindOf(front)) {
-        return kind;
-    }
-    return behindMedia && std::equal(&front[4], &front[8], "mvhd") ? "moov" : "";
-}
-
-/// Whether a chunk of any track begins in the stretch, or might: a table that cannot be read counts as one
-/// that does.
-bool isPointedInto(const MP4::Container& container, FileIO& file, uint64_t from, uint64_t end) {
-    bool pointedInto = false;
-    for (const NamedTrack& track : tracksOf(container)) {
-        const MP4::STCO* const table = chunkTableOf(*track.track);
-        const bool known = table == nullptr || eachChunk(file, *table, [&](uint64_t offset) {
-                               pointedInto = pointedInto || (from <= offset && offset < end);
-                           });
-        pointedInto = pointedInto || !known;
-    }
-    return pointedInto;
-}
-
-/// Whether a movie box can be the one that counts: no reader would look for another.
-bool isWholeMovie(const BOX& box, uint64_t length) {
-    const auto* const moov = MP4::as<MP4::MOOV>(box);
-    return moov != nullptr && moov->end() <= length && moov->first("mvhd") != nullptr &&
-           moov->first("trak") != nullptr;
-}
-
-/// Writes the type of the box at `offset`.
-bool retype(FileIO& file, uint64_t offset, const char (&type)[5]) {
-    return file.seek_set(offset + sizeof(uint32_t)) && file.writeAll(type, 4) == 4;
-}
-
-using LaterMovies = std::vector<const BOX*>;
-
-/// The whole movie boxes behind the one that counts, but for those that a chunk offset points to.
-LaterMovies laterMoviesIn(const MP4::Container& container, FileIO& file, Repair& result) {
-    const uint64_t length = container.root->boxSize;
-    LaterMovies later;
-    bool seen = false;
-    for (const auto& box : container.root->children) {
-        const bool whole = isWholeMovie(*box, length);
-        if (box->tag == fourcc("moov") && seen) {
-            if (whole && !isPointedInto(container, file, box->offset, box->end())) {
-                later.push_back(box.get());
-            } else {
-                result.left.push_back("the second 'moov', at " + grouped(box->offset) + ",");
-            }
-        }
-        seen = seen || whole;
-    }
-    return later;
-}
-
-/// Where the file ends without the leftovers at its end.
-uint64_t endBeforeLeftovers(const MP4::Container& container, FileIO& file, const LaterMovies& later) {
-    const Boxes top = container.root->children;
-    const uint64_t length = container.root->boxSize;
-    std::set<const BOX*> known(later.begin(), later.end());
-    for (const Leftover& left : leftoversIn(container, file)) {
-        known.insert(left.box);
-    }
-    uint64_t end = length;
-    for (auto box = top.rbegin(); box != top.rend(); ++box) {
-        const bool cutOff = (*box)->tag == fourcc("free") && (*box)->end() > length;
-        if (!cutOff && !(known.contains(box->get()) && (*box)->end() == end)) {
-            break;
-        }
-        end = (*box)->offset;
-    }
-    return end;
-}
-
-/// Makes the movie boxes `free` boxes and cuts the file at `end`; or leaves it as it was, as far as the
-/// system lets.
-bool takeAway(FileIO& file, const LaterMovies& movies, uint64_t end) {
-    const bool freed = std::all_of(movies.begin(), movies.end(),
-                                   [&](const BOX* movie) { return retype(file, movie->offset, "free"); });
-    const bool done =
-        freed && (movies.empty() || file.sync()) && (end == file.length() || file.truncate(end));
-    if (done) {
-        file.sync(); // should the end not reach the disk, the leftovers are back, and that is all
-        return true;
-    }
-    for (const BOX* movie : movies) {
-        retype(file, movie->offset, "moov");
-    }
-    return false;
-}
-
-/// Takes away what is proven in a file that is locked and parsed; whether all went well.
-bool takeProvenAway(const MP4::Container& container, FileIO& file, Repair& result, bool dryRun) {
-    LaterMovies movies = laterMoviesIn(container, file, result);
-    const uint64_t length = container.root->boxSize;
-    uint64_t end = endBeforeLeftovers(container, file, movies);
-    std::vector<std::string> taken;
-    if (end != length) {
-        std::string what = bytesOf(length - end) + " of leftovers at the end, from " + grouped(end) + " on,";
-        const bool needed = isPointedInto(container, file, end, length);
-        (needed ? result.left : taken).push_back(std::move(what));
-        end = needed ? length : end;
-    }
-    std::erase_if(movies, [end](const BOX* movie) { return movie->offset >= end; });
-    for (const BOX* movie : movies) {
-        taken.push_back("the second 'moov', at " + grouped(movie->offset) + ",");
-    }
-    const bool done = !file.failed() && (dryRun || taken.empty() || takeAway(file, movies, end));
-    if (done) {
-        result.taken = std::move(taken);
-    }
-    return done;
-}
-
 } // namespace
-
-std::vector<Leftover> leftoversIn(const MP4::Container& container, FileIO& file) {
-    std::vector<Leftover> leftovers;
-    const BOX* former = nullptr; // the last box that was a movie box, or that lies directly behind one
-    for (const auto& box : container.root->children) {
-        if (box->tag != fourcc("free")) {
-            continue;
-        }
-        const bool behindMedia = container.mdat != nullptr && container.mdat->offset < box->offset;
-        std::string was = formerContent(file, *box, behindMedia);
-        const bool directlyBehind = former != nullptr && former->end() == box->offset;
-        if (was.empty() && directlyBehind) {
-            was = "moov";
-        }
-        former = was == "moov" ? box.get() : nullptr;
-        if (!was.empty()) {
-            leftovers.push_back({box.get(), std::move(was)});
-        }
-    }
-    return leftovers;
-}
 
 std::vector<Finding> findingsIn(const MP4::Container& container, bool& readable) {
     std::vector<Finding> findings;
@@ -442,15 +279,6 @@ std::vector<Finding> findingsIn(const MP4::Container& container, bool& readable)
         readable = !file.failed() && !container.incomplete();
     });
     return findings;
-}
-
-Repair takeLeftoversAway(MP4::Container& container, bool dryRun) {
-    Repair result;
-    container.open_a([&](FileIO& file) {
-        result.done = !container.incomplete() && container.root->boxSize == file.length() &&
-                      takeProvenAway(container, file, result, dryRun);
-    });
-    return result;
 }
 
 } // namespace edit

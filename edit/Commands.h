@@ -15,15 +15,23 @@ class Option;
 
 namespace edit {
 
-/// What a command does to one file.
-using Work = std::function<Status(Job&)>;
+/// Where an edit leaves its result when it is wanted under another path.
+enum class Result {
+    sameFile, ///< in the file as it stands: a copy of it is edited
+    newFile,  ///< in a new file, which takes that path as easily as the old one (Container::outputPath)
+};
+
+/// What a command does to each of its files.
+struct Work {
+    std::function<void(Job&)> run;
+    Result result = Result::sameFile;
+};
 
 /// How a command treats its files.
 enum class Form {
     looks,    ///< tells what is in them, all of them
     extracts, ///< makes something else of one file, which it declares among its arguments
-    patches,  ///< writes into the file as it stands; with -o, into a copy of it
-    rewrites, ///< may write a new file, under another name as easily as under the old one
+    edits,
 };
 
 /// One row of the table of commands.
@@ -35,12 +43,9 @@ struct Command {
     const char* example; ///< behind "pellmor-edit "
     /// Declares the arguments that are its own; those that stand ahead of FILE... are positional.
     void (*arguments)(CLI::App&, Options&);
-    /// Settles all that can be settled before a file is touched, and gives the work. May throw WrongArguments
+    /// Settles all that can be settled before a file is touched, and gives the work. Throws WrongArguments
     /// and Failure.
     Work (*prepare)(const Options&);
-
-    [[nodiscard]] bool extracts() const { return form == Form::extracts; }
-    [[nodiscard]] bool edits() const { return form == Form::patches || form == Form::rewrites; }
 };
 
 /// All commands, in the order in which --help shows them.
@@ -62,8 +67,10 @@ Work repair(const Options& options);
 void fileArgument(CLI::App& app, Options& options);
 /// -o, and the --force that goes with it.
 CLI::Option* outputOption(CLI::App& app, Options& options, const char* what);
+/// An option that takes a finite number.
+void numberOption(CLI::App& app, const char* name, const char* what, std::function<void(double)> take);
 
-// Kinds.
+// Content.
 void getArguments(CLI::App& app, Options& options);
 void putArguments(CLI::App& app, Options& options);
 Work get(const Options& options);

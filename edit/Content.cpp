@@ -2,17 +2,17 @@
 // What a recording carries beside sound and pictures, kind by kind: got, put and removed.
 
 #include <algorithm>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include "Boxes.h"
 #include "ByteOrder.h"
 #include "Commands.h"
-#include "Input.h"
-#include "Kinds.h"
+#include "Content.h"
 #include "Output.h"
-#include "SlamMetaData.h"
-#include "Tree.h"
+#include "SideFile.h"
 
 namespace edit {
 
@@ -20,19 +20,16 @@ namespace {
 
 using MP4::Container;
 
-const std::vector<Kind>& kinds() {
-    static const std::vector<Kind> table = [] {
-        std::vector<Kind> all;
-        for (const SlamKind& kind : SlamKind::all) {
-            all.push_back({kind.name, "uuid", kind.identity});
+/// Whether boxes fill a stretch, but for zeros such as those that QuickTime closes user data with.
+bool areBoxes(std::string_view bytes) {
+    while (bytes.size() >= MP4::BOX::compactHeader) {
+        const auto size = MP4::loadBigEndian<uint32_t>(bytes.data());
+        if (size < MP4::BOX::compactHeader || size > bytes.size()) {
+            break;
         }
-        all.push_back({"xmp", "uuid", MP4::XMP::_UUID, true});
-        all.push_back({"axis", "uuid", MP4::AXIS::_UUID});
-        all.push_back({"spherical", "moov.trak.uuid", MP4::SphericalXML::_UUID, true});
-        all.push_back({"udta", "moov.udta"});
-        return all;
-    }();
-    return table;
+        bytes.remove_prefix(size);
+    }
+    return bytes.find_first_not_of('\0') == std::string_view::npos;
 }
 
 void demandUserData(const std::string& content, const std::string& path) {
@@ -40,6 +37,9 @@ void demandUserData(const std::string& content, const std::string& path) {
                        MP4::loadBigEndian<uint32_t>(content.data()) == content.size();
     if (!whole) {
         throw WrongArguments(path + ": not one whole box of type udta");
+    }
+    if (!areBoxes(std::string_view(content).substr(MP4::BOX::compactHeader))) {
+        throw WrongArguments(path + ": the boxes in it do not fill it");
     }
 }
 
@@ -49,10 +49,17 @@ ByteArray bytes(const std::string& content) {
     return array;
 }
 
+const Kind& sound() {
+    return kindNamed("sound");
+}
+
+/// The names of the kinds that files hold as they are put into a recording.
 std::vector<std::string> kindNames() {
     std::vector<std::string> names;
     for (const Kind& kind : kinds()) {
-        names.emplace_back(kind.name);
+        if (&kind != &sound()) {
+            names.emplace_back(kind.name);
+        }
     }
     return names;
 }
@@ -62,14 +69,6 @@ void kindArgument(CLI::App& app, Options& options) {
 }
 
 } // namespace
-
-bool Kind::isTopLevel() const {
-    return std::string_view(path).find('.') == std::string_view::npos;
-}
-
-const Kind& kindNamed(const std::string& name) {
-    return *std::find_if(kinds().begin(), kinds().end(), [&](const Kind& kind) { return kind.name == name; });
-}
 
 std::vector<MP4::BOX*> boxesOf(const Container& container, const Kind& kind) {
     std::vector<MP4::BOX*> found;
@@ -89,22 +88,25 @@ MP4::BOX* boxOf(const Container& container, const Kind& kind) {
     return all.empty() ? nullptr : all.front();
 }
 
-std::string contentIn(const Container& container, const Kind& kind, const MP4::BOX& box) {
-    return kind.isWholeBox() ? bytesOf(container, box) : bodyOf(container, box);
-}
-
 bool holds(const Container& container, const Kind& kind, const MP4::BOX& box, const std::string& content) {
     const uint64_t prefix = kind.isWholeBox() ? 0 : box.headerSize() + kind.identity.size();
     return box.boxSize == prefix + content.size() && matches(container, box.offset + prefix, content);
 }
 
-const char* lacking(const Container& container, const Kind& kind) {
-    return kind.isTopLevel()           ? nullptr
-           : container.moov == nullptr ? "has no movie (moov)"
-           : kind.isWholeBox()         ? nullptr
-           : container.trak == nullptr ? "has no video track"
-           : container.mdat == nullptr ? "has no media data (mdat)"
-                                       : nullptr;
+void demandRoom(const Container& container, const Kind& kind) {
+    const bool inTrack = !kind.isTopLevel() && !kind.isWholeBox();
+    const char* const lacking = kind.isTopLevel()                      ? nullptr
+                                : container.moov == nullptr            ? "has no movie (moov)"
+                                : inTrack && container.trak == nullptr ? "has no video track"
+                                : inTrack && container.mdat == nullptr ? "has no media data (mdat)"
+                                                                       : nullptr;
+    if (lacking != nullptr) {
+        throw Failure(lacking);
+    }
+}
+
+Failure anotherIsThere(const std::string& what) {
+    return Failure("another " + what + " is there; --replace puts this one in its place", Status::refused);
 }
 
 bool putInto(Container& container, const Kind& kind, const std::string& content) {
@@ -136,20 +138,16 @@ void getArguments(CLI::App& app, Options& options) {
 }
 
 Work get(const Options& options) {
-    return [&kind = kindNamed(options.value)](Job& job) {
-        Container& container = job.container;
-        container.keepContents = false;
-        if (!container.attach(job.path)) {
-            return job.failed("could not be opened");
-        }
+    demandOther(options.files.front(), options.output);
+    return {[&kind = kindNamed(options.value)](Job& job) {
+        const Container& container = attached(job);
         const MP4::BOX* const box = boxOf(container, kind);
         if (box == nullptr) {
-            return looksLikeMp4(container) ? job.notThere(std::string("has no ") + kind.name)
-                                           : job.failedFor("is no MP4 file");
+            throw Failure(std::string("has no ") + kind.name, Status::notThere);
         }
-        const std::string content = contentIn(container, kind, *box);
-        return writeResult(job, [&](const Sink& sink) { return sink(content); });
-    };
+        const std::string content = kind.isWholeBox() ? wholeBox(container, *box) : bodyOf(container, *box);
+        writeResult(job, [&](const Sink& sink) { return sink(content); });
+    }};
 }
 
 void putArguments(CLI::App& app, Options& options) {
@@ -160,6 +158,9 @@ void putArguments(CLI::App& app, Options& options) {
 
 Work put(const Options& options) {
     const Kind& kind = kindNamed(options.value);
+    for (const std::string& file : options.files) {
+        demandOther(options.input, file);
+    }
     std::string content = contentOf(options.input);
     if (content.empty() || content.size() > UINT32_MAX - MP4::UUID::prefixSize) {
         throw WrongArguments(options.input + ": " +
@@ -171,28 +172,25 @@ Work put(const Options& options) {
     if (kind.isWholeBox()) {
         demandUserData(content, options.input);
     }
-    return [&kind, content = std::move(content)](Job& job) {
-        demandOther(job.options.input, job.name);
-        if (const char* const reason = lacking(job.container, kind)) {
-            return job.failedFor(reason);
-        }
-        const MP4::BOX* const existing = boxOf(job.container, kind);
-        const std::string name = kind.name;
-        if (existing != nullptr && holds(job.container, kind, *existing, content)) {
-            return job.nothingToDo("this " + name + " is there");
-        }
-        if (existing != nullptr && !job.options.replace) {
-            return job.refused("another " + name + " is there; --replace puts this one in its place");
-        }
-        return putInto(job.container, kind, content)
-                   ? job.done([&] { return name + " put in (" + grouped(content.size()) + " bytes)"; })
-                   : job.failed("the " + name + " could not be put in");
-    };
+    return {[&kind, content = std::move(content)](Job& job) {
+                demandRoom(job.container, kind);
+                const MP4::BOX* const existing = boxOf(job.container, kind);
+                const std::string name = kind.name;
+                if (existing != nullptr && holds(job.container, kind, *existing, content)) {
+                    return job.nothingToDo("this " + name + " is there");
+                }
+                if (existing != nullptr && !job.options.replace) {
+                    throw anotherIsThere(name);
+                }
+                demand(putInto(job.container, kind, content), "the " + name + " could not be put in");
+                job.done([&] { return name + " put in (" + byteCount(content.size()) + ")"; });
+            },
+            kind.isTopLevel() ? Result::sameFile : Result::newFile};
 }
 
 void removeArguments(CLI::App& app, Options& options) {
     std::vector<std::string> names = kindNames();
-    names.insert(names.end(), {"location", "sound"});
+    names.insert(names.end(), {"location", sound().name});
     app.add_option("KIND", options.value)->required()->check(CLI::IsMember(names));
 }
 
@@ -200,23 +198,27 @@ Work remove(const Options& options) {
     if (options.value == "location") {
         return removeLocation(options);
     }
-    static const Kind sound{"sound", "uuid", MP4::SpatialData::_UUID};
-    return [&kind = options.value == sound.name ? sound : kindNamed(options.value)](Job& job) {
-        std::vector<MP4::BOX*> all = boxesOf(job.container, kind);
-        const std::string name = kind.name;
-        if (all.empty()) {
-            return job.notThere("has no " + name);
-        }
-        const uint64_t size = all.front()->boxSize;
-        // From the last to the first: until that goes, it is the one that counts.
-        while (job.container.removeBox(*all.back())) {
-            const bool more = all.size() > 1 && !job.options.dryRun;
-            if (!more || (all = boxesOf(job.container, kind)).empty()) {
-                return job.done([&] { return name + " removed (" + grouped(size) + " bytes)"; });
-            }
-        }
-        return job.failed("the " + name + " could not be removed");
-    };
+    const Kind& kind = kindNamed(options.value);
+    return {[&kind](Job& job) {
+                std::vector<MP4::BOX*> all = boxesOf(job.container, kind);
+                const std::string name = kind.name;
+                if (all.empty()) {
+                    throw Failure("has no " + name, Status::notThere);
+                }
+                const uint64_t size = all.front()->boxSize;
+                // From the last to the first: until that goes, it is the one that counts.
+                for (size_t left = all.size(); left > 0; --left) {
+                    demand(!all.empty() && job.container.removeBox(*all.back()),
+                           "the " + name + " could not be removed");
+                    if (job.options.dryRun) {
+                        all.pop_back();
+                    } else {
+                        all = boxesOf(job.container, kind);
+                    }
+                }
+                job.done([&] { return name + " removed (" + byteCount(size) + ")"; });
+            },
+            kind.isTopLevel() ? Result::sameFile : Result::newFile};
 }
 
 } // namespace edit

@@ -7,16 +7,14 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <functional>
 #include <utility>
 
-#include "Brisa/BrisaConsole.h"
 #include "ByteOrder.h"
-#include "Check.h"
 #include "GPSInfo.h"
+#include "Kind.h"
+#include "Leftovers.h"
 #include "MP4Box_avcc.h"
-#include "SlamMetaData.h"
 #include "Tree.h"
 
 namespace edit {
@@ -27,7 +25,6 @@ using Brisa::FileIO;
 using MP4::BOX;
 using MP4::fourcc;
 
-constexpr int64_t from1904To1970 = 2'082'844'800;
 constexpr size_t mostTracks = 1000;
 
 /// The first bytes of a box's body. What the box or the file does not hold reads as 0, as it does for a
@@ -266,7 +263,7 @@ void readMovie(FileIO& file, const MP4::Container& container, Facts& facts) {
         }
         constexpr uint64_t latest = uint64_t{1} << 40; // further than any date can be printed
         if (header->timeStamp != 0 && header->timeStamp < latest) {
-            facts.created = static_cast<int64_t>(header->timeStamp) - from1904To1970;
+            facts.created = static_cast<int64_t>(header->timeStamp) - secondsFrom1904To1970;
         }
     }
     moov.find("trak", [&](BOX& box) {
@@ -298,25 +295,6 @@ void readPayloads(const MP4::Container& container, Facts& facts) {
     if (container.moov != nullptr) {
         container.moov->find("trak.uuid", add);
     }
-}
-
-/// 2026-11-23T10:00:00Z
-std::string dateOf(int64_t seconds) {
-    const auto time = static_cast<std::time_t>(seconds);
-    std::tm parts{};
-    std::array<char, 64> text{};
-    if (gmtime_r(&time, &parts) == nullptr) {
-        return {};
-    }
-    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
-}
-
-template <class... Numbers>
-std::string formatted(const char* format, Numbers... numbers) {
-    const Brisa::Console::LocaleC fullStop;
-    std::array<char, 128> text{};
-    std::snprintf(text.data(), text.size(), format, numbers...);
-    return text.data();
 }
 
 /// 1:02:03.500
@@ -439,7 +417,7 @@ std::string textOf(const Facts& facts) {
     if (facts.seconds) {
         line("duration", clockOf(*facts.seconds));
     }
-    line("created", facts.created ? dateOf(*facts.created) : "not told");
+    line("created", facts.created ? dateText(*facts.created) : "not told");
     line("moov", describeMovie(facts));
     if (facts.fragments != 0) {
         line("fragments", grouped(facts.fragments));
@@ -478,7 +456,7 @@ std::string jsonOf(const Facts& facts) {
               {"whole", facts.whole},
               {"brands", facts.brands},
               {"seconds", orNull(facts.seconds)},
-              {"created", facts.created ? Json(dateOf(*facts.created)) : Json()},
+              {"created", facts.created ? Json(dateText(*facts.created)) : Json()},
               {"moov", facts.movie == Facts::Movie::none    ? Json()
                        : facts.movie == Facts::Movie::first ? Json("first")
                                                             : Json("behind")},
@@ -499,15 +477,11 @@ std::string jsonOf(const Facts& facts) {
                                  {"channels", facts.spatialSound->channels},
                                  {"bytes", facts.spatialSound->bytes}};
     }
-    const auto tell = [&](const char* kind) {
-        const Facts::Payload* const payload = facts.payload(kind);
-        json[kind] = payload != nullptr ? Json(payload->bytes) : Json();
-    };
-    for (const SlamKind& kind : SlamKind::all) {
-        tell(kind.name);
-    }
-    for (const char* const kind : {"xmp", "axis", "spherical"}) {
-        tell(kind);
+    for (const Kind& kind : kinds()) {
+        if (!kind.isWholeBox() && kind.identity != MP4::SpatialData::_UUID) {
+            const Facts::Payload* const payload = facts.payload(kind.name);
+            json[kind.name] = payload != nullptr ? Json(payload->bytes) : Json();
+        }
     }
     json["leftover"] = facts.leftover;
     return textOf(json) + "\n";

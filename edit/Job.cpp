@@ -5,55 +5,52 @@
 #include <new>
 #include <utility>
 
-#include "Input.h"
+#include "Brisa/BrisaFileIO.h"
 
 namespace edit {
 
+void demand(bool done, const std::string& tried) {
+    if (!done) {
+        const std::string reason = Messages::reason();
+        throw Failure(reason.empty() ? tried : tried + ": " + reason);
+    }
+}
+
 Job::Job(const Options& options_, std::string file)
-    : options(options_), name(std::move(file)), path(widened(name)) {}
+    : options(options_), name(std::move(file)), path(Brisa::wchar::fromBytes(name)) {}
 
-Status Job::end(Status status, std::string text) {
-    verdict = status;
-    words = std::move(text);
-    return status;
-}
-
-Status Job::done(const std::function<std::string()>& words_) try {
+void Job::done(const std::function<std::string()>& words_) {
     altered = true;
-    end(Status::done, {});
-    words = words_();
-    return verdict;
-} catch (const std::bad_alloc&) {
-    return verdict;
+    verdict = Status::done;
+    add(words_);
 }
 
-Status Job::nothingToDo(const std::string& why) {
-    return end(Status::done, "nothing to do, " + why);
+void Job::nothingToDo(const std::string& why) {
+    verdict = Status::done;
+    words = "nothing to do, " + why;
 }
 
-Status Job::refused(std::string text) {
-    return end(Status::refused, std::move(text));
+void Job::found(const std::string& what) {
+    verdict = Status::found;
+    words = what;
 }
 
-Status Job::notThere(std::string text) {
-    return end(Status::notThere, std::move(text));
+void Job::add(const std::function<std::string()>& words_) try {
+    words += words_();
+} catch (const std::bad_alloc&) { // what is done is done
 }
 
-Status Job::found(std::string text) {
-    return end(Status::found, std::move(text));
-}
-
-Status Job::failed(const std::string& tried) {
-    const std::string reason = Messages::reason();
-    return end(Status::failed, reason.empty() ? tried : tried + ": " + reason);
-}
-
-Status Job::failedFor(std::string reason) {
-    return end(Status::failed, std::move(reason));
+void Job::ended(const Failure& failure) {
+    verdict = failure.status;
+    words = failure.what();
 }
 
 bool Job::print(std::string_view text) {
     return std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+}
+
+void Job::plan(const std::string& what) const {
+    print(name + ": plan: " + what + "\n");
 }
 
 } // namespace edit

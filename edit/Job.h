@@ -37,10 +37,13 @@ public:
     explicit WrongArguments(const std::string& text) : Failure(text, Status::wrongArguments) {}
 };
 
+/// Throws Failure unless it is done: what was tried, and why it failed, as the toolkit or the system told it.
+void demand(bool done, const std::string& tried);
+
 /// The work of one command on one file: the container, and what there is to be said in the end.
 ///
-/// What a command does ends with one of the verdicts, whose text the Runner prints behind the name of the
-/// file, on standard error, once everything is in place.
+/// Work that returns has said done(), nothingToDo() or found(); any other end is a Failure that it throws.
+/// The Runner prints the text behind the name of the file, on standard error, once everything is in place.
 class Job {
 public:
     Job(const Options& options, std::string file);
@@ -52,21 +55,18 @@ public:
 
     /// It is done; `words` says what the file is like now. If memory has no room for that, it is done without
     /// a word.
-    Status done(const std::function<std::string()>& words);
+    void done(const std::function<std::string()>& words);
     /// Nothing was to be done: why.
-    Status nothingToDo(const std::string& why);
-    /// Something else is there already.
-    Status refused(std::string text);
-    Status notThere(std::string text);
-    Status found(std::string text);
-    /// It failed: what was tried. The reason, as the toolkit or the system has told it, comes behind it.
-    Status failed(const std::string& tried);
-    /// It failed, and this is the reason.
-    Status failedFor(std::string reason);
-    Status ended(const Failure& failure) { return end(failure.status, failure.what()); }
+    void nothingToDo(const std::string& why);
+    void found(const std::string& what);
+    /// Something more to be said of what is done.
+    void add(const std::function<std::string()>& words);
+    void ended(const Failure& failure);
 
     /// Writes a piece of a result to standard output; false once that has failed.
     static bool print(std::string_view text);
+    /// Prints a line of what a dry run would do, as the toolkit prints those of its edits.
+    void plan(const std::string& what) const;
 
     [[nodiscard]] Status status() const { return verdict; }
     /// Whether the file is another one now.
@@ -74,8 +74,6 @@ public:
     [[nodiscard]] const std::string& text() const { return words; }
 
 private:
-    Status end(Status status, std::string text);
-
     Status verdict = Status::failed;
     bool altered = false;
     std::string words;

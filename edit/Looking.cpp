@@ -3,39 +3,41 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Boxes.h"
 #include "Brisa/BrisaConsole.h"
 #include "Check.h"
 #include "Commands.h"
 #include "Info.h"
-#include "Input.h"
+#include "Leftovers.h"
 #include "Messages.h"
 #include "Output.h"
 #include "Picture.h"
+#include "SideFile.h"
 #include "Tree.h"
 
 namespace edit {
 
 namespace {
 
-/// Reads the file's tree; throws Failure if it is no MP4 file.
-const MP4::Container& attached(Job& job) {
-    MP4::Container& container = job.container;
-    container.keepContents = false;
-    if (!container.attach(job.path)) {
-        job.failed("could not be opened");
-        throw Failure(job.text());
+/// Ends a command whose result has been written, for the part of the file that could be read.
+void told(Job& job, bool written, bool whole) {
+    demand(written, "the result could not be written");
+    if (!whole) {
+        throw Failure("could not be read whole; boxes may be missing");
     }
-    if (!looksLikeMp4(container)) {
-        throw Failure("is no MP4 file");
-    }
-    return container;
+    job.done([] { return ""; });
 }
 
-/// Ends a command whose result has been written, for the part of the file that could be read.
-Status told(Job& job, bool written, bool whole) {
-    return !written ? job.failed("the result could not be written")
-           : whole  ? job.done([] { return ""; })
-                    : job.failedFor("could not be read whole; boxes may be missing");
+/// What repair would do, or has done, in one line.
+std::string words(const Repair& repair) {
+    std::string all;
+    for (const std::string& what : repair.taken) {
+        all += (all.empty() ? "" : "; ") + what + ", taken away";
+    }
+    for (const std::string& what : repair.left) {
+        all += (all.empty() ? "" : "; ") + what + ", left as it is";
+    }
+    return all;
 }
 
 } // namespace
@@ -55,14 +57,14 @@ void pictureArguments(CLI::App& app, Options& options) {
 }
 
 Work info(const Options& options) {
-    return [json = options.json](Job& job) {
+    return {[json = options.json](Job& job) {
         const Facts facts = factsOf(attached(job));
-        return told(job, Job::print(json ? jsonOf(facts) : textOf(facts)), facts.whole);
-    };
+        told(job, Job::print(json ? jsonOf(facts) : textOf(facts)), facts.whole);
+    }};
 }
 
 Work dump(const Options& options) {
-    return [json = options.json](Job& job) {
+    return {[json = options.json](Job& job) {
         job.container.tableTotals = true;
         const MP4::Container& container = attached(job);
         if (json) {
@@ -70,24 +72,25 @@ Work dump(const Options& options) {
         }
         const Messages::Printed printed;
         container.dump();
-        return told(job, !Brisa::Console::hasLostText(), !container.incomplete());
-    };
+        told(job, !Brisa::Console::hasLostText(), !container.incomplete());
+    }};
 }
 
-Work picture(const Options&) {
-    return [](Job& job) {
+Work picture(const Options& options) {
+    demandOther(options.files.front(), options.output);
+    return {[](Job& job) {
         const MP4::Container& container = attached(job);
         std::string page; // some MB at most
         const bool whole = writePicture(container, [&page](std::string_view text) {
             page += text;
             return true;
         });
-        return writeResult(job, [&](const Sink& sink) { return sink(page) && whole; });
-    };
+        writeResult(job, [&](const Sink& sink) { return sink(page) && whole; });
+    }};
 }
 
 Work check(const Options&) {
-    return [](Job& job) {
+    return {[](Job& job) {
         bool readable = false;
         const std::vector<Finding> findings = findingsIn(attached(job), readable);
         bool written = true;
@@ -95,34 +98,30 @@ Work check(const Options&) {
             written = written && Job::print(job.name + ":" + std::to_string(finding.offset) + ": " +
                                             finding.text + "\n");
         }
-        if (!written || !readable) {
-            return told(job, written, readable);
+        if (!written || !readable || findings.empty()) {
+            told(job, written, readable);
+            return job.add([] { return "clean"; });
         }
-        return findings.empty()
-                   ? job.done([] { return "clean"; })
-                   : job.found(grouped(findings.size()) + (findings.size() == 1 ? " finding" : " findings"));
-    };
+        job.found(grouped(findings.size()) + (findings.size() == 1 ? " finding" : " findings"));
+    }};
 }
 
-Work repair(const Options& options) {
-    return [dryRun = options.dryRun](Job& job) {
-        const Repair result = takeLeftoversAway(job.container, dryRun);
-        const auto words = [&] {
-            std::string all;
-            for (const std::string& what : result.taken) {
-                all += (all.empty() ? "" : "; ") + what + (dryRun ? " would be taken away" : " taken away");
-            }
-            for (const std::string& what : result.left) {
-                all += (all.empty() ? "" : "; ") + what + " left as it is";
-            }
-            return all;
-        };
-        if (!result.done) {
-            return job.failed(result.left.empty() ? "could not be repaired" : words());
+Work repair(const Options&) {
+    return {[](Job& job) {
+        bool readable = false;
+        const Repair found = repairOf(job.container, readable);
+        demand(readable, "could not be read whole");
+        if (found.taken.empty()) {
+            return job.nothingToDo(found.left.empty() ? "there is nothing to take away" : words(found));
         }
-        return result.taken.empty() && result.left.empty() ? job.nothingToDo("there is nothing to take away")
-                                                           : job.done(words);
-    };
+        if (job.options.dryRun) {
+            for (const std::string& what : found.taken) {
+                job.plan("take away " + what);
+            }
+        }
+        demand(carryOut(found, job.container), "could not be repaired");
+        job.done([&] { return words(found); });
+    }};
 }
 
 } // namespace edit

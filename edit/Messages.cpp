@@ -18,6 +18,7 @@ constexpr const char* mark = "MP4: "; ///< ahead of all that the toolkit says of
 /// What was said about one file.
 struct Heard {
     std::string file;
+    std::string path;    ///< the same, or what becomes of it
     std::string reason;  ///< the first one
     std::string warning; ///< the first one on standard error
     int error = 0;       ///< the system's, when the toolkit spoke of a failure
@@ -33,7 +34,7 @@ void print(std::FILE* stream, const std::string& text) {
 
 /// The text without the mark, the file's name and the full stop: they stand elsewhere in our line.
 std::string bare(std::string text) {
-    for (const std::string& front : {std::string(mark), heard.file + ": "}) {
+    for (const std::string& front : {std::string(mark), heard.file + ": ", heard.path + ": "}) {
         text.erase(0, text.starts_with(front) ? front.size() : 0);
     }
     text.erase(text.find_last_not_of(".\n") + 1);
@@ -73,8 +74,9 @@ Messages::~Messages() {
     Brisa::Console::setSink({});
 }
 
-void Messages::begin(const std::string& file) {
+void Messages::begin(const std::string& file, const std::string& path) {
     heard.file = file;
+    heard.path = path.empty() ? file : path;
     heard.reason.clear();
     heard.warning.clear();
     heard.error = 0;

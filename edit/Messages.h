@@ -15,8 +15,8 @@ public:
     Messages(const Messages&) = delete;
     Messages& operator=(const Messages&) = delete;
 
-    /// Forgets what was said: the work on this file begins.
-    static void begin(const std::string& file);
+    /// Forgets what was said: the work on this file begins, under another path if that is given.
+    static void begin(const std::string& file, const std::string& path = {});
     /// Why what was tried since then has failed, as the toolkit or else the system has told it; empty if
     /// neither has.
     static std::string reason();

@@ -7,9 +7,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Boxes.h"
 #include "Commands.h"
-#include "Input.h"
-#include "Kinds.h"
+#include "Content.h"
+#include "SideFile.h"
+#include "Values.h"
 
 namespace edit {
 
@@ -18,7 +20,8 @@ void locationArguments(CLI::App& app, Options& options) {
         ->required();
     app.add_option("--spherical", options.spherical, "file with spherical-video XML to be put in as well");
     app.add_flag("--xmp", options.xmp, "append an XMP packet with the position as well");
-    app.add_option("--compass", options.compass, "the packet tells this direction, in degrees");
+    numberOption(app, "--compass", "the packet tells this direction, in degrees",
+                 [&options](double degrees) { options.compass = degrees; });
     app.add_option("--tool", options.tool, "and this creator tool");
     app.add_flag("--replace", options.replace, "replace another location, packet or XML that is there");
 }
@@ -101,22 +104,18 @@ struct Place {
     std::string packet;    ///< the same
 };
 
-/// Whether the file has another content of that kind than the wanted one; then that is told.
-bool isRefused(Job& job, const char* kindName, const std::string& wanted) {
-    const Kind& kind = kindNamed(kindName);
-    const MP4::BOX* const box = wanted.empty() ? nullptr : boxOf(job.container, kind);
-    const bool other = box != nullptr && !holds(job.container, kind, *box, wanted);
-    if (other && !job.options.replace) {
-        job.refused(std::string("another ") + kindName + " is there; --replace puts this one in its place");
-        return true;
-    }
-    return false;
-}
-
+/// Whether the file has that content, as the one of its kind; if none is wanted, it has.
 bool has(const MP4::Container& container, const char* kindName, const std::string& wanted) {
     const Kind& kind = kindNamed(kindName);
     const MP4::BOX* const box = wanted.empty() ? nullptr : boxOf(container, kind);
     return wanted.empty() || (box != nullptr && holds(container, kind, *box, wanted));
+}
+
+/// Throws Failure where a content of that kind is that is not the wanted one.
+void demandNoOther(const MP4::Container& container, const char* kindName, const std::string& wanted) {
+    if (boxOf(container, kindNamed(kindName)) != nullptr && !has(container, kindName, wanted)) {
+        throw anotherIsThere(kindName);
+    }
 }
 
 /// One edit, whatever is missing or other than wanted.
@@ -124,12 +123,12 @@ bool setPlace(MP4::Container& container, const Place& place) {
     const bool packet = !has(container, "xmp", place.packet);
     const bool spherical = !has(container, "spherical", place.spherical);
     const Locations there(container, place.position);
-    if (!there.complete() || (packet && spherical)) {
-        return container.replaceLocations(place.position, spherical ? place.spherical : "",
-                                          packet ? place.packet : "", there.other == 0);
+    const bool onlyPacket = packet && !spherical && there.complete();
+    if (onlyPacket && container.outputPath == nullptr) { // into the file as it stands
+        return putInto(container, kindNamed("xmp"), place.packet);
     }
-    return packet ? putInto(container, kindNamed("xmp"), place.packet)
-                  : container.appendSphericalVideoXML(place.spherical);
+    return container.replaceLocations(place.position, spherical ? place.spherical : "",
+                                      packet ? place.packet : "", there.other == 0);
 }
 
 } // namespace
@@ -147,58 +146,60 @@ Work location(const Options& options) {
     if (options.xmp) {
         place.packet = place.position.to_XMP_string(options.tool.c_str(), false, "");
     }
-    return [place](Job& job) {
-        MP4::Container& container = job.container;
-        if (container.moov == nullptr) {
-            return job.failedFor("has no movie (moov) that could have a location");
-        }
-        if (const char* const reason =
-                place.spherical.empty() ? nullptr : lacking(container, kindNamed("spherical"))) {
-            return job.failedFor(reason);
-        }
-        if (isRefused(job, "xmp", place.packet) || isRefused(job, "spherical", place.spherical)) {
-            return job.status();
-        }
-        const Locations there(container, place.position);
-        if (there.other > 0 && !job.options.replace) {
-            return job.refused("another location is there; --replace puts this one in its place");
-        }
-        if (there.complete() && has(container, "xmp", place.packet) &&
-            has(container, "spherical", place.spherical)) {
-            return job.nothingToDo("this location is there");
-        }
-        return setPlace(container, place) ? job.done([&] { return "location " + place.position.rxyz; })
-                                          : job.failed("the location could not be set");
-    };
+    return {[place](Job& job) {
+                MP4::Container& container = job.container;
+                if (container.moov == nullptr) {
+                    throw Failure("has no movie (moov) that could have a location");
+                }
+                if (!place.spherical.empty()) {
+                    demandRoom(container, kindNamed("spherical"));
+                }
+                const Locations there(container, place.position);
+                if (!job.options.replace) {
+                    demandNoOther(container, "xmp", place.packet);
+                    demandNoOther(container, "spherical", place.spherical);
+                    if (there.other > 0) {
+                        throw anotherIsThere("location");
+                    }
+                }
+                if (there.complete() && has(container, "xmp", place.packet) &&
+                    has(container, "spherical", place.spherical)) {
+                    return job.nothingToDo("this location is there");
+                }
+                demand(setPlace(container, place), "the location could not be set");
+                job.done([&] { return "location " + place.position.rxyz; });
+            },
+            Result::newFile};
 }
 
 Work removeLocation(const Options&) {
-    return [](Job& job) {
-        const MP4::Container& container = job.container;
-        const bool there = std::any_of(locationPaths.begin(), locationPaths.end(),
-                                       [&](const char* path) { return firstIn(container, path) != nullptr; });
-        if (!there) {
-            return job.notThere("has no location");
-        }
-        return job.container.removeLocations() ? job.done([] { return "location removed"; })
-                                               : job.failed("the location could not be removed");
-    };
+    return {[](Job& job) {
+                const bool there =
+                    std::any_of(locationPaths.begin(), locationPaths.end(),
+                                [&](const char* path) { return firstIn(job.container, path) != nullptr; });
+                if (!there) {
+                    throw Failure("has no location", Status::notThere);
+                }
+                demand(job.container.removeLocations(), "the location could not be removed");
+                job.done([] { return "location removed"; });
+            },
+            Result::newFile};
 }
 
 Work removeBadLocation(const Options&) {
-    return [](Job& job) {
-        constexpr uint64_t malformed = 28;
-        if (job.container.moov == nullptr) {
-            return job.failedFor("has no movie (moov)");
-        }
-        const MP4::BOX* const loci = firstIn(job.container, "moov.udta.loci");
-        const bool sound = loci == nullptr || loci->boxSize != malformed;
-        if (!job.container.removeBadLOCI()) {
-            return job.failed("the malformed location could not be taken out");
-        }
-        return sound ? job.nothingToDo("no malformed location is there")
-                     : job.done([] { return "the malformed location is taken out"; });
-    };
+    return {[](Job& job) {
+                constexpr uint64_t malformed = 28;
+                if (job.container.moov == nullptr) {
+                    throw Failure("has no movie (moov)");
+                }
+                const MP4::BOX* const loci = firstIn(job.container, "moov.udta.loci");
+                if (loci == nullptr || loci->boxSize != malformed) {
+                    return job.nothingToDo("no malformed location is there");
+                }
+                demand(job.container.removeBadLOCI(), "the malformed location could not be taken out");
+                job.done([] { return "the malformed location is taken out"; });
+            },
+            Result::newFile};
 }
 
 void sourceArgument(CLI::App& app, Options& options) {
@@ -206,21 +207,28 @@ void sourceArgument(CLI::App& app, Options& options) {
 }
 
 Work gpsMeta(const Options& options) {
-    return [source = options.input](Job& job) {
-        MP4::Container& container = job.container;
-        if (firstIn(container, "moov.meta") != nullptr) {
-            return job.nothingToDo("moov has a meta box");
-        }
-        if (container.moov == nullptr || container.moov->children.size() < 3) {
-            return job.failedFor("has no movie (moov), or one that is next to empty");
-        }
-        return withBoxOf(source, "moov.meta",
-                         [&](Brisa::FileIO& file, const MP4::BOX& meta) {
-                             return container.appendGpsMeta(file, meta.offset, meta.boxSize);
-                         })
-                   ? job.done([&] { return "meta box of " + source + " put in"; })
-                   : job.failed("the meta box could not be put in");
-    };
+    return {[name = options.input](Job& job) {
+                MP4::Container& container = job.container;
+                if (firstIn(container, "moov.meta") != nullptr) {
+                    return job.nothingToDo("moov has a meta box");
+                }
+                if (container.moov == nullptr || container.moov->children.size() < 3) {
+                    throw Failure("has no movie (moov), or one that is next to empty");
+                }
+                MP4::Container source;
+                attach(source, name);
+                const MP4::BOX* const meta = firstIn(source, "moov.meta");
+                if (meta == nullptr || meta->endWithin(source.root->boxSize) != meta->end()) {
+                    throw Failure(name + ": has no whole moov.meta that could be taken");
+                }
+                bool done = false;
+                source.open([&](Brisa::FileIO& file) {
+                    done = container.appendGpsMeta(file, meta->offset, meta->boxSize);
+                });
+                demand(done, "the meta box could not be put in");
+                job.done([&] { return "meta box of " + name + " put in"; });
+            },
+            Result::newFile};
 }
 
 } // namespace edit

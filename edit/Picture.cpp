@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "Check.h"
 #include "Info.h"
+#include "Kind.h"
+#include "Leftovers.h"
 #include "PicturePage.h"
 #include "SlamMetaData.h"
 
@@ -111,24 +112,23 @@ Json marksOf(Brisa::FileIO& file, const MP4::STCO& table, uint64_t length) {
     return marks;
 }
 
-Json tracksOf(const MP4::Container& container, Brisa::FileIO& file, const Facts& facts) {
-    Json tracks = Json::array();
-    const auto add = [&](const std::string& name, const BOX& box) {
-        const MP4::STCO* const table = chunkTableOf(static_cast<const MP4::TRAK&>(box));
-        if (table != nullptr && table->entryCount != 0) {
-            tracks.push_back({{"name", name + " chunks"},
-                              {"chunks", table->entryCount},
-                              {"marks", marksOf(file, *table, facts.length)}});
-        }
-        return true;
-    };
+Json chunkRows(const MP4::Container& container, Brisa::FileIO& file, const Facts& facts) {
+    Json rows = Json::array();
     auto told = facts.tracks.begin();
-    if (container.moov != nullptr) { // the movie box that the facts are of
-        container.moov->find(
-            "trak", [&](BOX& box) { return told == facts.tracks.end() || add((told++)->kind, box); });
+    for (const MP4::TRAK* const track : tracksOf(container)) {
+        const bool isSpatial = track->tag == fourcc("ZATR");
+        if (!isSpatial && told == facts.tracks.end()) {
+            continue;
+        }
+        const std::string name = isSpatial ? "spatial" : (told++)->kind;
+        const MP4::STCO* const table = chunkTableOf(*track);
+        if (table != nullptr && table->entryCount != 0) {
+            rows.push_back({{"name", name + " chunks"},
+                            {"chunks", table->entryCount},
+                            {"marks", marksOf(file, *table, facts.length)}});
+        }
     }
-    container.find("uuid.ZATR", [&](BOX& box) { return add("spatial", box); });
-    return tracks;
+    return rows;
 }
 
 /// What a person looks for among any number of other boxes.
@@ -166,7 +166,7 @@ bool writePicture(const MP4::Container& container, const Sink& sink) {
             .most = mostBoxes,
         };
         const Sink safely = [&](std::string_view json) { return sink(forPage(json)); };
-        const Json tracks = tracksOf(container, file, facts);
+        const Json tracks = chunkRows(container, file, facts);
         written = sink(page.substr(0, at)) && safely("{\"length\":" + std::to_string(facts.length)) &&
                   safely(",\"places\":" + std::to_string(places)) && safely(",\"facts\":" + jsonOf(facts)) &&
                   safely(",\"tracks\":" + textOf(tracks)) && safely(",\"boxes\":") &&

@@ -8,20 +8,20 @@
 #include <filesystem>
 #include <numeric>
 #include <sstream>
+#include <string_view>
+
+#include <unistd.h>
 
 #include "Brisa/BrisaFileIO.h"
 #include "Brisa/BrisaInterrupts.h"
-#include "Input.h"
+#include "Destination.h"
 #include "Messages.h"
-#include "Output.h"
 #include "Progress.h"
+#include "SideFile.h"
 
 namespace edit {
 
 namespace {
-
-using Brisa::FileIO;
-using Brisa::NewFile;
 
 /// Of two verdicts the one that a caller must know of.
 Status worse(Status one, Status other) {
@@ -54,52 +54,6 @@ std::vector<std::string> filesIn(const std::string& list, bool zeroBytes) {
     return files;
 }
 
-/// When a file was last changed, for the one that comes of it; an unknown time is not restored.
-class Times {
-public:
-    Times(const std::string& old, const std::string& result_)
-        : changed(std::filesystem::last_write_time(old, unknown)), result(result_) {}
-    void restore() const {
-        std::error_code error = unknown;
-        if (!error) {
-            std::filesystem::last_write_time(result, changed, error);
-        }
-    }
-
-private:
-    std::error_code unknown;
-    std::filesystem::file_time_type changed;
-    const std::filesystem::path result;
-};
-
-/// The old file under another name; gone again unless the file was changed.
-class Backup {
-public:
-    explicit Backup(const Job& job_) : job(job_), place(widened(job.name + "~")) {}
-    ~Backup() {
-        if (made && !job.changed()) {
-            FileIO::unlink(place);
-        }
-    }
-    Backup(const Backup&) = delete;
-    Backup& operator=(const Backup&) = delete;
-
-    /// Whether it could be made. Throws Failure.
-    bool make() {
-        Draft copy(job.name + "~", false, NewFile::Access::owner);
-        if (copy.copyOf(job.path)) {
-            copy.finish();
-            made = true;
-        }
-        return made;
-    }
-
-private:
-    const Job& job;
-    const std::wstring place;
-    bool made = false;
-};
-
 /// The bytes that there are to be transferred for each file, more or less: of its input, or its own.
 std::vector<uint64_t> workOn(const std::vector<std::string>& files, const std::string& input) {
     const auto size = [](const std::string& path) {
@@ -114,6 +68,24 @@ std::vector<uint64_t> workOn(const std::vector<std::string>& files, const std::s
     return work;
 }
 
+/// Prints a line on standard error: in one piece, and in no memory of its own. On a terminal, what a name has
+/// of control characters is not obeyed.
+void tell(const std::string& name, const char* text) {
+    if (isatty(STDERR_FILENO) == 0) {
+        std::fprintf(stderr, "%s: %s\n", name.c_str(), text);
+        return;
+    }
+    for (const std::string_view part :
+         {std::string_view(name), std::string_view(": "), std::string_view(text)}) {
+        for (const char byte : part) {
+            std::fputc(static_cast<unsigned char>(byte) < ' ' || byte == '\x7F' ? '?' : byte, stderr);
+        }
+    }
+    std::fputc('\n', stderr);
+}
+
+constexpr const char* program = "pellmor-edit";
+
 } // namespace
 
 Runner::Runner(const Command& command_, const Options& options_) : command(command_), options(options_) {}
@@ -121,24 +93,48 @@ Runner::Runner(const Command& command_, const Options& options_) : command(comma
 int Runner::run() {
     const Messages messages(options.verbose);
     Brisa::Interrupts::remember();
-    Status worst = Status::done;
     try {
-        if (!options.list.empty()) {
-            const std::vector<std::string> listed = filesIn(options.list, options.zeroBytes);
-            options.files.insert(options.files.end(), listed.begin(), listed.end());
-        }
-        if (options.files.size() > 1 && !options.output.empty()) {
-            throw WrongArguments("-o takes the result of one FILE");
-        }
-        chosen = command.prepare(options);
+        gather();
+        work = command.prepare(options);
     } catch (const std::exception& error) {
         if (Brisa::Interrupts::signal() != 0) {
-            return interrupted("pellmor-edit");
+            return interrupted(program);
         }
-        tell("pellmor-edit", error.what());
+        edit::tell(program, error.what());
         const auto* const failure = dynamic_cast<const Failure*>(&error);
         return static_cast<int>(failure != nullptr ? failure->status : Status::failed);
     }
+    return runAll();
+}
+
+/// All that the command is about, and what would be wrong with it for every file.
+void Runner::gather() {
+    if (options.list == "-" && options.input == "-") {
+        throw WrongArguments("standard input cannot be both INPUT and the list of files");
+    }
+    if (!options.list.empty()) {
+        const std::vector<std::string> listed = filesIn(options.list, options.zeroBytes);
+        options.files.insert(options.files.end(), listed.begin(), listed.end());
+    }
+    if (command.form != Form::edits || options.output.empty()) {
+        return;
+    }
+    if (options.files.size() > 1) {
+        throw WrongArguments("-o takes the result of one FILE");
+    }
+    if (options.output == "-") {
+        throw WrongArguments("-o: an edited file cannot go to standard output");
+    }
+    if (options.backup) {
+        throw WrongArguments("--backup: with -o, FILE stays as it is");
+    }
+    demandOther(options.input, options.output);
+    for (const std::string& file : options.files) {
+        demandOther(file, options.output);
+    }
+}
+
+int Runner::runAll() {
     const Brisa::Watch::Hook mayGoOn = Brisa::Interrupts::hook();
     const std::vector<uint64_t> expected = workOn(options.files, options.input);
     Progress progress(std::accumulate(expected.begin(), expected.end(), uint64_t{0}), options.quiet);
@@ -146,6 +142,7 @@ int Runner::run() {
         progress.passed(bytes);
         return mayGoOn(bytes);
     });
+    Status worst = Status::done;
     for (size_t i = 0; i < expected.size(); ++i) {
         Job job(options, options.files[i]);
         progress.begin(job.name, expected[i]);
@@ -159,106 +156,49 @@ int Runner::run() {
         tell(job);
         worst = worse(worst, job.status());
         if (Brisa::Interrupts::signal() != 0 && !all) {
-            return interrupted("pellmor-edit");
+            return interrupted(program);
         }
     }
-    if ((!command.edits() || options.dryRun) && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
-        tell("pellmor-edit", ("standard output could not be written: " + systemReason(errno)).c_str());
-        worst = Status::failed;
-    }
-    return static_cast<int>(worst);
-}
-
-int Runner::interrupted(const std::string& name) const {
-    tell(name, ("interrupted by " + Brisa::wchar::toBytes(Brisa::Interrupts::name())).c_str());
-    constexpr int bySignal = 128;
-    return bySignal + Brisa::Interrupts::signal();
+    return static_cast<int>(closeOutput(worst));
 }
 
 void Runner::runOn(Job& job) {
     Messages::begin(job.name);
     try {
-        work(job);
+        command.form == Form::edits ? carryOut(job, work) : work.run(job);
     } catch (const Failure& failure) {
         job.ended(failure);
     } catch (const std::exception& error) {
-        job.failedFor(error.what());
+        job.ended(Failure(error.what()));
     }
 }
 
-void Runner::work(Job& job) {
-    if (!command.edits()) {
-        chosen(job);
-        return;
+/// A result that did not get all the way to standard output is none; a job that met that has said so.
+Status Runner::closeOutput(Status worst) const {
+    const bool told = std::ferror(stdout) != 0 && worst == Status::failed;
+    const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    const bool matters = command.form != Form::edits || options.dryRun;
+    if (written || !matters || told) {
+        return worst;
     }
-    const Times times(job.name, options.output.empty() ? job.name : options.output);
-    if (options.dryRun || options.output.empty()) {
-        edit(job, job.path);
-    } else {
-        editTo(options.output, job);
-    }
-    if (options.keepTime && job.changed() && !options.dryRun) {
-        times.restore();
-    }
+    edit::tell(program, ("standard output could not be written: " + systemReason(errno)).c_str());
+    return Status::failed;
 }
 
-void Runner::edit(Job& job, const std::wstring& path) {
-    MP4::Container& container = job.container;
-    const bool backupWanted = options.backup && options.output.empty() && !options.dryRun;
-    container.keepContents = false;
-    container.keepUserData = true;
-    container.newMovieBox = !options.rewrite && container.outputPath == nullptr;
-    container.dryRun = options.dryRun;
-    if (!container.claim(path)) {
-        job.failed("could not be opened");
-    } else if (container.incomplete()) {
-        job.failed("could not be read whole");
-    } else if (!looksLikeMp4(container)) {
-        job.failedFor("is no MP4 file");
-    } else if (Backup backup(job); backupWanted && !backup.make()) {
-        job.failed(job.name + "~ could not be written");
-    } else {
-        Messages::begin(job.name);
-        chosen(job);
-    }
-}
-
-void Runner::editTo(const std::string& output, Job& job) {
-    demandOther(job.name, output);
-    demandOther(options.input, output);
-    Draft draft(output, options.force, NewFile::Access::owner);
-    // An XMP packet is appended to a file as it stands.
-    const bool rewrites = command.form == Form::rewrites && !options.xmp;
-    job.container.keepContents = false;
-    bool copied = rewrites || (job.container.claim(job.path) && draft.copyOf(job.path));
-    if (copied && rewrites) {
-        draft.vacate();
-        job.container.outputPath = draft.path().c_str();
-        edit(job, job.path);
-        const bool written = job.container.outputPath == nullptr;
-        copied = job.status() != Status::done || written || draft.copyOf(job.path);
-    } else if (copied) {
-        edit(job, draft.path());
-    }
-    if (!copied) {
-        job.failed(output + " could not be written");
-    } else if (job.status() == Status::done) {
-        draft.finish();
-    }
+int Runner::interrupted(const std::string& name) const {
+    edit::tell(name, ("interrupted by " + Brisa::wchar::toBytes(Brisa::Interrupts::name())).c_str());
+    constexpr int bySignal = 128;
+    return bySignal + Brisa::Interrupts::signal();
 }
 
 void Runner::tell(const Job& job) const {
     if (!job.text().empty() && (job.status() != Status::done || !options.quiet)) {
         const bool planned = options.dryRun && job.changed();
-        tell(job.name, planned ? "would be changed; this was a dry run" : job.text().c_str());
+        edit::tell(job.name, planned ? "would be changed; this was a dry run" : job.text().c_str());
     }
     if (job.status() == Status::done && !options.verbose && !Messages::warning().empty()) {
-        tell(job.name, Messages::warning().c_str());
+        edit::tell(job.name, Messages::warning().c_str());
     }
-}
-
-void Runner::tell(const std::string& name, const char* text) const {
-    std::fprintf(stderr, "%s: %s\n", name.c_str(), text); // in one piece, and in no memory of its own
 }
 
 } // namespace edit

@@ -16,17 +16,16 @@ public:
     int run();
 
 private:
+    void gather();
+    int runAll();
     void runOn(Job& job);
+    [[nodiscard]] Status closeOutput(Status worst) const;
     [[nodiscard]] int interrupted(const std::string& name) const;
-    void work(Job& job);
-    void edit(Job& job, const std::wstring& path);
-    void editTo(const std::string& output, Job& job);
     void tell(const Job& job) const;
-    void tell(const std::string& name, const char* text) const;
 
     const Command& command;
     Options options;
-    Work chosen;
+    Work work;
 };
 
 } // namespace edit

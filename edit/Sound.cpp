@@ -3,9 +3,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Boxes.h"
 #include "Commands.h"
-#include "Input.h"
 #include "Output.h"
+#include "SideFile.h"
 #include "SpatialSound.h"
 
 namespace edit {
@@ -13,8 +14,46 @@ namespace edit {
 namespace {
 
 void stretchArguments(CLI::App& app, Options& options) {
-    app.add_option("--start", options.start, "seconds");
-    app.add_option("--end", options.end, "seconds; negative: to the end");
+    numberOption(app, "--start", "seconds", [&options](double seconds) { options.start = seconds; });
+    numberOption(app, "--end", "seconds; negative: to the end",
+                 [&options](double seconds) { options.end = seconds; });
+}
+
+bool isAll(const Options& options) {
+    return options.start <= 0 && options.end < 0;
+}
+
+void demandStretch(const Options& options) {
+    if (options.start < 0) {
+        throw WrongArguments("--start: a sound begins at 0");
+    }
+    if (options.end >= 0 && options.end < options.start) {
+        throw WrongArguments("--end: ahead of --start");
+    }
+}
+
+/// Finds the sound of a recording, which messages call `name`, and takes the stretch of it that the command
+/// line names. Throws Failure.
+void takeStretch(const MP4::Container& container, const std::string& name, const Options& options,
+                 MP4::SpatialSound& sound) {
+    demand(!container.incomplete(), name + "could not be read whole");
+    const bool located = sound.locate(container);
+    if (sound.dataLength == 0) {
+        throw Failure(name + "has no spatial sound");
+    }
+    demand(located, name + "its spatial sound cannot be read");
+    if (sound.timeScale == 0 || sound.sampleSize == 0) {
+        throw Failure(name + "its spatial sound tells no time scale, or no size of a sample");
+    }
+    const uint64_t samples = sound.dataLength / sound.sampleSize;
+    const double seconds = static_cast<double>(samples) / sound.timeScale;
+    if (options.start > seconds || options.end > seconds) {
+        throw Failure(name + formatted("its spatial sound ends at %.3f seconds", seconds));
+    }
+    if (options.end < 0 && sound.dataLength % sound.sampleSize != 0) {
+        throw Failure(name + "its spatial sound is no whole number of samples");
+    }
+    demand(sound.cover(options.start, options.end), name + "its spatial sound cannot be cut");
 }
 
 } // namespace
@@ -32,60 +71,64 @@ void soundOutArguments(CLI::App& app, Options& options) {
 }
 
 Work appendSound(const Options& options) {
-    return [source = options.input, start = options.start, end = options.end](Job& job) {
+    demandStretch(options);
+    return {[](Job& job) {
         MP4::Container& container = job.container;
         if (container.isSpatialDataExist()) {
             return job.nothingToDo("spatial sound is there");
         }
-        const auto append = [&](Brisa::FileIO& file, const MP4::BOX& data) {
-            const MP4::BOX& block = *data.parent;
-            MP4::SpatialSound sound;
-            if (!sound.attach(widened(source), start, end)) {
-                return false;
-            }
-            return sound.trimmed ? container.trimSpatialData(file, block.offset, sound)
-                                 : container.appendSpatialData(file, block.offset, block.boxSize);
-        };
-        return withBoxOf(source, "uuid.ZADT", append)
-                   ? job.done([&] { return "spatial sound of " + source + " put in"; })
-                   : job.failed("the spatial sound could not be put in");
-    };
+        const std::string& name = job.options.input;
+        MP4::Container source;
+        attach(source, name);
+        const MP4::BOX* const data = firstIn(source, "uuid.ZADT");
+        if (data == nullptr || data->endWithin(source.root->boxSize) != data->end()) {
+            throw Failure(name + ": has no whole spatial sound that could be taken");
+        }
+        MP4::SpatialSound sound;
+        if (!isAll(job.options)) {
+            takeStretch(source, name + ": ", job.options, sound);
+            demand(sound.buildTrimmedZATR(source), name + ": its spatial sound cannot be cut");
+        }
+        bool done = false;
+        source.open([&](Brisa::FileIO& file) {
+            const MP4::BOX& block = *data->parent;
+            done = isAll(job.options) ? container.appendSpatialData(file, block.offset, block.boxSize)
+                                      : container.trimSpatialData(file, block.offset, sound);
+        });
+        demand(done, "the spatial sound could not be put in");
+        job.done([&] { return "spatial sound of " + name + " put in"; });
+    }};
 }
 
 namespace {
 
-/// Takes the stretch of a file's sound that the command line names; whether there is any.
-bool takeStretch(Job& job, MP4::SpatialSound& sound) {
-    MP4::Container& container = job.container;
-    container.keepContents = false;
-    return container.attach(job.path) && !container.incomplete() && sound.locate(container) &&
-           sound.cover(job.options.start, job.options.end);
-}
-
 using Dump = bool (*)(MP4::SpatialSound&, const MP4::Container&, const std::wstring&);
 
-Work dumping(Dump dump) {
-    return [dump](Job& job) {
+Work dumping(const Options& options, Dump dump) {
+    demandStretch(options);
+    demandOther(options.files.front(), options.output);
+    if (options.output == "-") {
+        throw WrongArguments("OUT: a sound is written to a path; /dev/stdout is one");
+    }
+    return {[dump](Job& job) {
         MP4::SpatialSound sound;
-        if (!takeStretch(job, sound)) {
-            return job.failed("has no such sound");
-        }
-        return writeFile(job, [&](const std::wstring& path) { return dump(sound, job.container, path); });
-    };
+        takeStretch(attached(job), "", job.options, sound);
+        writeFile(job, [&](const std::wstring& path) { return dump(sound, job.container, path); });
+    }};
 }
 
 } // namespace
 
-Work soundToWav(const Options&) {
-    return dumping([](MP4::SpatialSound& sound, const MP4::Container& container, const std::wstring& out) {
-        return sound.dumpWAV(container, out);
-    });
+Work soundToWav(const Options& options) {
+    return dumping(options, [](MP4::SpatialSound& sound, const MP4::Container& container,
+                               const std::wstring& out) { return sound.dumpWAV(container, out); });
 }
 
-Work soundTrack(const Options&) {
-    return dumping([](MP4::SpatialSound& sound, const MP4::Container& container, const std::wstring& out) {
-        return sound.buildTrimmedZATR(container) && sound.dump(out);
-    });
+Work soundTrack(const Options& options) {
+    return dumping(options,
+                   [](MP4::SpatialSound& sound, const MP4::Container& container, const std::wstring& out) {
+                       return sound.buildTrimmedZATR(container) && sound.dump(out);
+                   });
 }
 
 } // namespace edit

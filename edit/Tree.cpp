@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "ByteOrder.h"
+#include "Kind.h"
 #include "MP4Box_avcc.h"
-#include "SlamMetaData.h"
 
 namespace edit {
 
@@ -148,21 +148,6 @@ std::string identityText(const MP4::Usertype& identity) {
     return text;
 }
 
-const char* kindOf(const MP4::Usertype& identity) {
-    if (const SlamKind* const slam = SlamKind::of(identity)) {
-        return slam->name;
-    }
-    static constexpr std::array<std::pair<MP4::Usertype, const char*>, 4> kinds{{
-        {MP4::XMP::_UUID, "xmp"},
-        {MP4::AXIS::_UUID, "axis"},
-        {MP4::SphericalXML::_UUID, "spherical"},
-        {MP4::SpatialData::_UUID, "spatial sound"},
-    }};
-    const auto* const known =
-        std::find_if(kinds.begin(), kinds.end(), [&](const auto& kind) { return kind.first == identity; });
-    return known == kinds.end() ? nullptr : known->second;
-}
-
 Boxes childrenOf(const MP4::BOX& box) {
     const auto* const nested = MP4::as<MP4::NestedBox>(box);
     return nested != nullptr ? Boxes(nested->children) : Boxes();
@@ -180,6 +165,19 @@ Json fieldsOf(const MP4::BOX& box) {
 
 std::string textOf(const Json& json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::vector<const MP4::TRAK*> tracksOf(const MP4::Container& container) {
+    std::vector<const MP4::TRAK*> tracks;
+    const auto add = [&tracks](MP4::BOX& box) {
+        tracks.push_back(static_cast<const MP4::TRAK*>(&box));
+        return true;
+    };
+    if (container.moov != nullptr) { // the movie box that counts
+        container.moov->find("trak", add);
+    }
+    container.find("uuid.ZATR", add);
+    return tracks;
 }
 
 bool eachChunk(Brisa::FileIO& file, const MP4::STCO& table, const std::function<void(uint64_t)>& visit) {

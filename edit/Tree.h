@@ -7,6 +7,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -25,8 +26,6 @@ using Boxes = std::span<const std::unique_ptr<MP4::BOX>>;
 std::string typeOf(const MP4::BOX& box);
 /// 8b18d5c3-0e7a-25c7-b3ad-252358b401ee
 std::string identityText(const MP4::Usertype& identity);
-/// What the identity stands for ("map", "xmp", "spatial sound", ...); null if this toolkit does not know it.
-const char* kindOf(const MP4::Usertype& identity);
 /// The boxes directly inside a box.
 Boxes childrenOf(const MP4::BOX& box);
 /// The fields that the box's class has read, under the names that a text dump gives them.
@@ -34,6 +33,8 @@ Json fieldsOf(const MP4::BOX& box);
 /// On one line; bytes that are no UTF-8 become U+FFFD.
 std::string textOf(const Json& json);
 
+/// All that describe samples: the tracks of the movie, then those of spatial sound.
+std::vector<const MP4::TRAK*> tracksOf(const MP4::Container& container);
 /// Calls `visit` with each chunk offset of a table, which is read in blocks. False when the box has no room
 /// for its entries, or the file could not be read.
 bool eachChunk(Brisa::FileIO& file, const MP4::STCO& table, const std::function<void(uint64_t)>& visit);

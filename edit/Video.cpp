@@ -3,8 +3,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Boxes.h"
 #include "Commands.h"
-#include "Input.h"
 #include "MP4Box_avcc.h"
 
 namespace edit {
@@ -14,7 +14,7 @@ void rangeArgument(CLI::App& app, Options& options) {
 }
 
 Work fullRange(const Options& options) {
-    return [wanted = options.value](Job& job) {
+    return {[wanted = options.value](Job& job) {
         MP4::Container& container = job.container;
         const MP4::AVCC* record = nullptr;
         findIn(container, "moov.trak.mdia.minf.stbl.stsd.avc1.avcC", [&record](MP4::BOX& box) {
@@ -22,21 +22,21 @@ Work fullRange(const Options& options) {
             return false;
         });
         if (record == nullptr) {
-            return job.failedFor("has no H.264 video");
+            throw Failure("has no H.264 video");
         }
         unsigned char profile = 0;
         bool constrained = false;
         bool full = false;
         if (!record->get_profile_idc_and_constrained_set1_flag(profile, constrained, full)) {
-            return job.failedFor("its H.264 parameter set cannot be read");
+            throw Failure("its H.264 parameter set cannot be read");
         }
         if (constrained && full == (wanted == "on")) {
             return job.nothingToDo("full range is " + wanted);
         }
-        return container.appendFullRangeAndConstrainedSet1Flag(wanted == "on")
-                   ? job.done([&] { return "full range " + wanted; })
-                   : job.failed("the range could not be changed");
-    };
+        demand(container.appendFullRangeAndConstrainedSet1Flag(wanted == "on"),
+               "the range could not be changed");
+        job.done([&] { return "full range " + wanted; });
+    }};
 }
 
 } // namespace edit

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@
 namespace {
 
 using edit::Command;
+using edit::Form;
 using edit::Options;
 using edit::Status;
 
@@ -34,13 +36,13 @@ void addCommand(CLI::App& app, const Command& command, Options& options) {
     if (command.arguments != nullptr) {
         command.arguments(own, options);
     }
-    if (!command.extracts()) {
+    if (command.form != Form::extracts) {
         own.add_option("FILE", options.files, "MP4 files");
         own.add_option("--files-from", options.list,
                        "more of them, a line each, from this file (-: standard input)");
-        own.add_flag("--null", options.zeroBytes, "-0: a zero byte behind each of those instead");
+        own.add_flag("--null", options.zeroBytes, "or -0: a zero byte behind each of those instead");
     }
-    if (command.edits()) {
+    if (command.form == Form::edits) {
         edit::outputOption(own, options, "leave FILE as it is and write the result here");
         own.add_flag("--rewrite", options.rewrite, "write the file anew rather than a new moov behind it");
         own.add_flag("-n,--dry-run", options.dryRun, "show what would be done, and do nothing");
@@ -73,13 +75,16 @@ size_t distance(const std::string& one, const std::string& other) {
     return row.back();
 }
 
-std::string nearestTo(const std::string& name) {
+/// What to say of a word that is no command.
+std::string unknown(const std::string& name) {
+    const std::string text = "there is no command '" + name + "'; ";
     const auto& table = edit::commands();
-    return std::min_element(table.begin(), table.end(),
-                            [&](const Command& one, const Command& other) {
-                                return distance(name, one.name) < distance(name, other.name);
-                            })
-        ->name;
+    const std::string nearest =
+        std::min_element(table.begin(), table.end(), [&](const Command& one, const Command& other) {
+            return distance(name, one.name) < distance(name, other.name);
+        })->name;
+    return text + (distance(name, nearest) <= nearest.size() / 2 ? "did you mean " + nearest + "?"
+                                                                 : "pellmor-edit --help lists them");
 }
 
 int wrongArguments(const std::string& text) {
@@ -105,17 +110,25 @@ int run(std::vector<std::string> arguments) {
     if (arguments.size() == 2 && first == "--describe") { // what packages are made with
         return edit::describe(app, arguments[1]) ? 0 : static_cast<int>(Status::wrongArguments);
     }
-    if (!arguments.empty() && !first.starts_with('-') && named == nullptr) {
-        return wrongArguments("there is no command '" + first + "'; did you mean " + nearestTo(first) + "?");
+    if (arguments.empty()) {
+        return wrongArguments("a command is missing; pellmor-edit --help lists them");
+    }
+    if (!first.starts_with('-') && named == nullptr) {
+        return wrongArguments(unknown(first));
     }
     // Not declared: it would take the front of the position -0.5,51.5.
-    std::replace(arguments.begin(), arguments.end(), std::string("-0"), std::string("--null"));
+    std::replace(arguments.begin(), std::find(arguments.begin(), arguments.end(), "--"), std::string("-0"),
+                 std::string("--null"));
     std::reverse(arguments.begin(), arguments.end());
     try {
         app.parse(arguments);
     } catch (const CLI::Success& asked) {
-        return app.exit(asked);
+        const int status = app.exit(asked);
+        return std::cout.flush() ? status : static_cast<int>(Status::failed);
     } catch (const CLI::ParseError& error) {
+        return wrongArguments(error.what() + std::string("; pellmor-edit") +
+                              (named != nullptr ? " " + first : "") + " --help tells what there is");
+    } catch (const edit::WrongArguments& error) {
         return wrongArguments(error.what());
     }
     const std::string chosen = app.get_subcommands().front()->get_name();

@@ -32,7 +32,7 @@ run() {
   "$@"
 }
 
-need ca-certificates cmake g++ libcli11-dev libpugixml-dev ninja-build nlohmann-json3-dev
+need ca-certificates cmake g++ libcli11-dev libexpat1-dev ninja-build nlohmann-json3-dev
 run cmake --preset release -Wno-dev --log-level=WARNING
 run cmake --build build
 

@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 need binutils chromium clang clang-format cmake doxygen dpkg-dev ffmpeg g++ jq libclang-rt-dev libcli11-dev \
-  libgtest-dev libimage-exiftool-perl libpugixml-dev lintian mmdebstrap mypy ninja-build nlohmann-json3-dev parallel \
+  libgtest-dev libimage-exiftool-perl libexpat1-dev lintian mmdebstrap mypy ninja-build nlohmann-json3-dev parallel \
   pkg-config pybind11-dev python3-dev python3-numpy python3-pytest sox strace
 
 step() { printf '\n== %s\n' "$*"; }

@@ -49,7 +49,8 @@ def test_a_second_is_cut_and_carried(recordings, recording_with_sound, sound, tm
     shutil.copy(recordings.moov_last(), target)
     with_record(target, tmp_path)
     before = target.read_bytes()
-    assert run(BIN / "pellmor-edit", "append-sound", recording_with_sound, target, "--start", 99).returncode == 1
+    result = run(BIN / "pellmor-edit", "append-sound", recording_with_sound, target, "--start", 99)
+    assert result.returncode == 1 and b"sound ends at 3.000 seconds" in result.stderr
     assert target.read_bytes() == before
     edit("append-sound", recording_with_sound, target, "--start", 1.0, "--end", 2.0)
     content = target.read_bytes()
@@ -76,6 +77,8 @@ def test_a_block_keeps_its_pointers_when_the_movie_grows(recording_with_sound, s
     assert content[content.index(b"co64", at) + 12 :].startswith(at.to_bytes(8, "big"))
     edit("sound-to-wav", recording_with_sound, tmp_path / "all.wav")
     assert (tmp_path / "all.wav").read_bytes()[44:] == sound
-    for arguments, status in (((recording_with_sound, "--force"), 2), (("/dev/full",), 3)):
+    piped = run("sh", "-c", f"{BIN}/pellmor-edit sound-to-wav {recording_with_sound} /dev/stdout -q | cat")
+    assert piped.stdout == (tmp_path / "all.wav").read_bytes()
+    for arguments, status in (((recording_with_sound, "--force"), 2), (("/dev/full",), 1)):
         assert run(BIN / "pellmor-edit", "sound-to-wav", recording_with_sound, *arguments).returncode == status
     assert recording_with_sound.read_bytes() == content
