@@ -182,7 +182,8 @@ Work put(const Options& options) {
                 if (existing != nullptr && !job.options.replace) {
                     throw anotherIsThere(name);
                 }
-                demand(putInto(job.container, kind, content), "the " + name + " could not be put in");
+                const std::string tried = "the " + name + " could not be put in";
+                demand(putInto(job.container, kind, content), tried);
                 job.done([&] { return name + " put in (" + byteCount(content.size()) + ")"; });
             },
             kind.isTopLevel() ? Result::sameFile : Result::newFile};
@@ -205,14 +206,14 @@ Work remove(const Options& options) {
                 if (all.empty()) {
                     throw Failure("has no " + name, Status::notThere);
                 }
+                const std::string tried = "the " + name + " could not be removed";
                 const uint64_t size = all.front()->boxSize;
                 // From the last to the first: until that goes, it is the one that counts.
                 for (size_t left = all.size(); left > 0; --left) {
-                    demand(!all.empty() && job.container.removeBox(*all.back()),
-                           "the " + name + " could not be removed");
+                    demand(!all.empty() && job.container.removeBox(*all.back()), tried);
                     if (job.options.dryRun) {
                         all.pop_back();
-                    } else {
+                    } else if (left > 1) {
                         all = boxesOf(job.container, kind);
                     }
                 }

@@ -80,7 +80,8 @@ void claim(Job& job, const std::wstring& path) {
 }
 
 void editInPlace(Job& job, const Work& work) {
-    const LastChange before(job.name);
+    const std::filesystem::path file = job.name;
+    const LastChange before(file);
     Backup backup(job, before);
     claim(job, job.path);
     job.container.newMovieBox = !job.options.rewrite;
@@ -90,7 +91,7 @@ void editInPlace(Job& job, const Work& work) {
     };
     work.run(job);
     if (job.options.keepTime && job.changed() && !job.options.dryRun) {
-        before.giveTo(job.name);
+        before.giveTo(file);
     }
 }
 
@@ -124,11 +125,12 @@ void editTo(const std::string& output, Job& job, const Work& work) {
         work.run(job);
         return;
     }
+    const std::filesystem::path target = output;
     Draft draft(output, job.options.force, Access::owner);
     claim(job, job.path);
     editInto(draft, job, work);
     if (job.options.keepTime) {
-        before.giveTo(output);
+        before.giveTo(target);
     }
     job.add([&] { return "; written to " + output; });
 }

@@ -9,10 +9,10 @@
 
 namespace edit {
 
-void demand(bool done, const std::string& tried) {
+void demand(bool done, std::string_view tried) {
     if (!done) {
         const std::string reason = Messages::reason();
-        throw Failure(reason.empty() ? tried : tried + ": " + reason);
+        throw Failure(std::string(tried) + (reason.empty() ? "" : ": " + reason));
     }
 }
 

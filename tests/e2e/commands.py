@@ -49,7 +49,7 @@ def open_ended(movie):
 def with_sound():
     table = box(b"stbl", box(b"stsz", word(0, 8, 4)), box(b"stsc", word(0, 1, 1, 1, 1)), box(b"co64", word(0, 4, *(part for i in range(4) for part in (0, 40 + 8 * i)))))
     track = box(b"ZATR", box(b"mdia", box(b"mdhd", word(0, 0, 0, 4, 4, 0)), box(b"minf", table)))
-    return box(b"free") + box(b"uuid", SPATIAL, box(b"ZADT", bytes(range(32))), track)
+    return box(b"ftyp") + box(b"uuid", SPATIAL, box(b"ZADT", bytes(range(32))), track)
 
 
 FILES = {
