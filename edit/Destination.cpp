@@ -36,10 +36,10 @@ private:
 class Backup {
 public:
     Backup(const Job& job_, const LastChange& changed_)
-        : job(job_), changed(changed_), place(job.name + "~") {}
+        : job(job_), changed(changed_), place(job.name + "~"), widePlace(Brisa::wchar::fromBytes(place)) {}
     ~Backup() {
         if (made && !job.changed()) {
-            Brisa::FileIO::unlink(Brisa::wchar::fromBytes(place));
+            Brisa::FileIO::unlink(widePlace);
         }
     }
     Backup(const Backup&) = delete;
@@ -62,6 +62,7 @@ private:
     const Job& job;
     const LastChange& changed;
     const std::string place;
+    const std::wstring widePlace;
     bool made = false;
 };
 
