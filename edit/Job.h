@@ -38,7 +38,8 @@ public:
 };
 
 /// Throws Failure unless it is done: what was tried, and why it failed, as the toolkit or the system told it.
-/// Where it is done nothing is thrown, for lack of memory either: a text put together stands ahead of the deed.
+/// Where it is done nothing is thrown, for lack of memory either: a text put together stands ahead of
+/// the deed.
 void demand(bool done, std::string_view tried);
 
 /// The work of one command on one file: the container, and what there is to be said in the end.
