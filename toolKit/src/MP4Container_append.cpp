@@ -105,30 +105,32 @@ bool tellAppend(const Container& container, uint64_t size) {
     return true;
 }
 
+bool putBox(FileIO& file, Attempt& attempt, uint64_t place, const NewBox& box) {
+    return file.seek_set(place) && box.write(file) && file.position() == place + box.size && file.flush() &&
+           (!box.beforeItCounts || (box.beforeItCounts(attempt) && file.flush())) && Brisa::Watch::goOn() &&
+           attempt.retype(place, box.type) && file.flush() &&
+           (!box.whenItCounts || (box.whenItCounts(attempt) && file.flush()));
+}
+
 // A reader that comes after the process died finds, behind each step: the old file with a `free` box that is
 // cut off (the next append takes it away); with a whole `free` box; with the new box.
-bool appendBox(Container& container, FileIO& file, const NewBox& box) {
+bool appendBox(Container& container, FileIO& file, NewBox box) {
     BinFile view(file);
     const Tail tail = tailOf(*container.root, view);
     if (const Objection reason = objectionTo(container, tail, view); !reason.empty()) {
         return refuse(container.path, reason);
     }
+    if (tail.openEnded) {
+        const auto sized = bytesOf(static_cast<uint32_t>(tail.last->boxSize));
+        box.beforeItCounts = [&, sized, others = box.beforeItCounts](Attempt& attempt) {
+            return attempt.overwrite(tail.last->offset, sized) && (!others || others(attempt));
+        };
+    }
     if (tail.leftover && !file.truncate(tail.length)) {
         return false;
     }
     Attempt attempt(file);
-    const bool whole =
-        file.seek_set(tail.length) && box.write(file) && file.position() == tail.length + box.size;
-    if (!whole || !file.flush()) {
-        return false;
-    }
-    if (tail.openEnded &&
-        !attempt.overwrite(tail.last->offset, bytesOf(static_cast<uint32_t>(tail.last->boxSize)))) {
-        return false;
-    }
-    if ((box.beforeItCounts && !box.beforeItCounts(attempt)) || !Brisa::Watch::goOn() ||
-        !attempt.retype(tail.length, box.type) || !file.flush() ||
-        (box.whenItCounts && !(box.whenItCounts(attempt) && file.flush()))) {
+    if (!putBox(file, attempt, tail.length, box)) {
         return false;
     }
     attempt.keep();

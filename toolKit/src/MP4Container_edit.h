@@ -108,8 +108,18 @@ Objection objectionToAppend(const Container& container, const Claim& claim);
 uint64_t endForAppend(const Container& container);
 /// What a dry run says of it; true.
 bool tellAppend(const Container& container, uint64_t size);
+/// Puts a box at `place`, where nothing is that counts; on disk when it returns.
+bool putBox(Brisa::FileIO& file, Attempt& attempt, uint64_t place, const NewBox& box);
 /// Puts a box behind the last one, on disk when it returns.
-bool appendBox(Container& container, Brisa::FileIO& file, const NewBox& box);
+bool appendBox(Container& container, Brisa::FileIO& file, NewBox box);
+
+/// Whether the plan can be carried out by a new movie box, without moving a byte of media data.
+bool canMakeNewMovieBox(const Container& container, const Plan& plan, BinFile& file,
+                        const Pointers& pointers);
+/// Makes it the plan of that box alone, of the type `free`.
+void keepOnlyMovieBox(const Container& container, Plan& plan);
+/// Puts it, completed, into a hole or at the end of the file; the old movie box becomes a hole.
+bool writeNewMovieBox(Container& container, Claim& claim, const Plan& plan, const Pointers& pointers);
 
 /// Clears the record of where the spatial sound lies, if there is one.
 bool forgetSound(const Container& container, Attempt& attempt);

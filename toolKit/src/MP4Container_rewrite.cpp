@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "Brisa/BrisaConsole.h"
@@ -66,145 +65,6 @@ bool writeNewFile(Container& container, const Claim& claim, const Plan& plan) {
     return plan.write(source, file->file()) && settle(container, claim, *file);
 }
 
-// ---- A new movie box -------------------------------------------------------------------------------
-
-/// A stretch of `free` boxes that begins with a former `moov`.
-struct Hole {
-    uint64_t from = 0;
-    uint64_t to = 0;
-    [[nodiscard]] uint64_t size() const { return to - from; }
-    /// Whether a box of this size can be in it, with another one behind.
-    [[nodiscard]] bool takes(uint64_t box) const {
-        return box == size() || (box < size() && size() - box >= BOX::compactHeader);
-    }
-    /// The header that makes it one box, and what a hole is known by, if there is room for it.
-    [[nodiscard]] ByteArray beginning() const {
-        ByteArray bytes = headerOf(fourcc("free"), size() - BOX::compactHeader);
-        bytes.append(size() < 2 * BOX::compactHeader ? ByteArray() : headerOf(fourcc("mvhd"), 0));
-        return bytes;
-    }
-};
-
-/// Whether a box can be a hole or a part of one.
-bool isFree(const BOX& box, uint64_t length) {
-    return box.tag == fourcc("free") && !box.largeSize && box.end() <= length;
-}
-
-/// Whether what is in a box begins as a movie box does.
-bool beginsAsMovie(const BOX& box, BinFile& file) {
-    std::array<char, 4> first{};
-    return readAt(file, box.offset + box.headerSize() + sizeof(uint32_t), first.data(), first.size()) &&
-           std::memcmp(first.data(), "mvhd", first.size()) == 0;
-}
-
-/// The first hole that the new movie box fits into, and that nothing points into.
-Hole holeFor(uint64_t size, const Container& container, BinFile& file, const Pointers& pointers) {
-    const uint64_t length = container.root->boxSize;
-    const auto& all = container.root->children;
-    auto box =
-        std::find_if(all.begin(), all.end(), [](const auto& any) { return any->tag == fourcc("mdat"); });
-    while (box != all.end()) {
-        if (!isFree(**box, length) || !beginsAsMovie(**box, file)) {
-            ++box;
-            continue;
-        }
-        Hole hole{(*box)->offset, (*box)->offset};
-        for (; box != all.end() && isFree(**box, length); ++box) {
-            hole.to = (*box)->end();
-        }
-        if (hole.takes(size) && hole.size() <= UINT32_MAX && !pointers.pointInto(file, hole.from, hole.to)) {
-            return hole;
-        }
-    }
-    return {};
-}
-
-/// An old movie box becomes a hole, by one write: together with a hole in front of it and the `free` boxes
-/// behind it, unless the new movie box lies there. `rest` is what that left of its own hole. A `free` box in
-/// front that was never a movie stays one of its own: a hole that began with it would not be known for one.
-bool makeHole(const Container& container, BinFile& file, Attempt& attempt, const BOX& movie,
-              const Hole& filled, const Hole& rest) {
-    Hole hole{movie.offset, movie.end()};
-    hole.from = rest.to == movie.offset ? rest.from : hole.from;
-    hole.to = rest.from == movie.end() ? rest.to : hole.to;
-    for (const auto& box : container.root->children) {
-        if (isFree(*box, container.root->boxSize) &&
-            (box->end() <= filled.from || box->offset >= filled.to)) {
-            hole.from = box->end() == hole.from && beginsAsMovie(*box, file) ? box->offset : hole.from;
-            hole.to = box->offset == hole.to ? box->end() : hole.to;
-        }
-    }
-    if (movie.largeSize || hole.size() > UINT32_MAX) {
-        return attempt.retype(movie.offset, fourcc("free"));
-    }
-    return attempt.overwrite(hole.from, hole.beginning());
-}
-
-/// Every movie box of the tree goes, up to `end`: a new one is there.
-bool dropMovieBoxes(const Container& container, BinFile& file, Attempt& attempt, const Hole& filled = {},
-                    const Hole& rest = {}, uint64_t end = ~uint64_t{0}) {
-    const auto& all = container.root->children;
-    return std::all_of(all.rbegin(), all.rend(), [&](const auto& box) {
-        return box->tag != fourcc("moov") || box->offset >= end ||
-               makeHole(container, file, attempt, *box, filled, rest);
-    });
-}
-
-// A reader that comes after the process died finds, behind each step: the old movie and one hole; the same,
-// with the new movie in a `free` box; both movies, of which the first counts; the new movie.
-bool fillHole(const Container& container, FileIO& file, const Hole& hole, const NewBox& box) {
-    // As far from the old movie as can be: what is left of the hole becomes one with what that leaves.
-    const bool behindMovie = hole.from == container.moov->end();
-    const uint64_t place = behindMovie ? hole.to - box.size : hole.from;
-    const Hole rest = behindMovie ? Hole{hole.from, place} : Hole{place + box.size, hole.to};
-    Attempt attempt(file);
-    const auto putBox = [&] { return file.seek_set(place) && box.write(file) && file.flush(); };
-    const auto putRest = [&] {
-        return rest.size() == 0 || (attempt.overwrite(rest.from, rest.beginning()) && file.flush());
-    };
-    // Of the two the latter one first: until the other one is there, it is content of the hole.
-    if (!attempt.remember(hole.from, hole.size()) || !attempt.overwrite(hole.from, hole.beginning()) ||
-        !file.flush() || !(behindMovie ? putBox() && putRest() : putRest() && putBox()) ||
-        !Brisa::Watch::goOn() || !attempt.retype(place, box.type) || !file.flush()) {
-        return false;
-    }
-    // An old movie box at the end of the file need not stay as a hole, nor what is left in front of it.
-    const BOX& last = *container.root->children.back();
-    const bool shorter = last.tag == fourcc("moov") && last.offset >= hole.to;
-    const uint64_t end = !shorter ? ~uint64_t{0} : rest.to == last.offset ? rest.from : last.offset;
-    BinFile view(file);
-    if (!dropMovieBoxes(container, view, attempt, hole, rest, end) || !file.flush() ||
-        (shorter && !file.truncate(end))) {
-        return false;
-    }
-    attempt.keep(); // on disk but for the truncation, which takes away what counts no more
-    return true;
-}
-
-/// Whether the plan can be carried out without moving a byte of media data.
-bool canMakeNewMovieBox(const Container& container, const Plan& plan, BinFile& file,
-                        const Pointers& pointers) {
-    const BOX* const moov = container.moov;
-    return container.newMovieBox && container.outputPath == nullptr && moov != nullptr &&
-           container.isMdatFirst() && container.root->first("moof") == nullptr &&
-           container.root->first("mfra") == nullptr &&
-           plan.changesOnly(moov->offset + moov->headerSize(), moov->end()) &&
-           !pointers.pointInto(file, moov->offset, moov->end()) && objectionToAppend(container, file).empty();
-}
-
-bool writeNewMovieBox(Container& container, Claim& claim, const Plan& plan, const Pointers& pointers) {
-    BinFile source(claim.file());
-    const NewBox box{
-        .size = plan.size(),
-        .type = fourcc("moov"),
-        .write = [&](FileIO& file) { return plan.write(source, file); },
-        .whenItCounts = [&](Attempt& attempt) { return dropMovieBoxes(container, source, attempt); }};
-    const Hole hole = holeFor(box.size, container, source, pointers);
-    return claim.update([&](FileIO& file) {
-        return hole.to != 0 ? fillHole(container, file, hole, box) : appendBox(container, file, box);
-    });
-}
-
 bool writePatch(Claim& claim, const Plan& plan) {
     BinFile source(claim.file());
     const auto [from, to] = plan.window();
@@ -219,43 +79,48 @@ bool writePatch(Claim& claim, const Plan& plan) {
 
 enum class Way { patch, newMovieBox, newFile };
 
-bool carryOut(Container& container, const wchar_t* operation, Plan& plan, Way way) {
+bool tell(const Plan& plan, Way way) {
+    Console::out(L"plan: %ls\n", way == Way::patch         ? L"one write over what is there"
+                                 : way == Way::newMovieBox ? L"a new movie box"
+                                                           : L"a new file");
+    plan.dump();
+    return true;
+}
+
+/// Completes the plan and carries it out, as `way` says in the end; whether it did.
+bool commit(Container& container, Plan& plan, Way& way) {
     Claim claim(container);
-    Objection reason = claim.objection();
-    bool done = false;
-    if (reason.empty()) {
-        BinFile file(claim.file());
-        const Pointers pointers = pointersOf(*container.root, file);
-        if (way == Way::newFile && canMakeNewMovieBox(container, plan, file, pointers)) {
-            way = Way::newMovieBox;
-            const BOX& moov = *container.moov;
-            plan.keepOnly(moov.offset, moov.end(), container.root->boxSize);
-            plan.replace(moov.offset + sizeof(uint32_t), moov.offset + BOX::compactHeader,
-                         typeBytes(fourcc("free")));
-            plan.resize(&moov, 0);
-        }
-        reason = plan.complete(file, pointers);
-        const bool settled = reason.empty() && mayWrite(container);
-        if (settled && container.dryRun) {
-            Console::out(L"plan: %ls\n", way == Way::patch         ? L"one write over what is there"
-                                         : way == Way::newMovieBox ? L"a new movie box"
-                                                                   : L"a new file");
-            plan.dump();
-            return true;
-        }
-        done = settled && (way == Way::patch         ? writePatch(claim, plan)
-                           : way == Way::newMovieBox ? writeNewMovieBox(container, claim, plan, pointers)
-                                                     : writeNewFile(container, claim, plan));
+    if (!claim.objection().empty()) {
+        return refuse(container.path, claim.objection());
     }
-    if (!reason.empty()) {
-        refuse(container.path, reason);
+    BinFile file(claim.file());
+    const Pointers pointers = pointersOf(*container.root, file);
+    if (way == Way::newFile && canMakeNewMovieBox(container, plan, file, pointers)) {
+        way = Way::newMovieBox;
+        keepOnlyMovieBox(container, plan);
     }
-    claim.letGo();
-    if (!done) {
+    if (const Objection reason = plan.complete(file, pointers); !reason.empty()) {
+        return refuse(container.path, reason);
+    }
+    if (!mayWrite(container)) {
+        return false;
+    }
+    if (container.dryRun) {
+        return tell(plan, way);
+    }
+    return way == Way::patch         ? writePatch(claim, plan)
+           : way == Way::newMovieBox ? writeNewMovieBox(container, claim, plan, pointers)
+                                     : writeNewFile(container, claim, plan);
+}
+
+bool carryOut(Container& container, const wchar_t* operation, Plan& plan, Way way) {
+    if (!commit(container, plan, way)) {
         return operation != nullptr && (way == Way::newFile ? rewriteFailed(container, operation)
                                                             : patchFailed(container, operation));
     }
-    reattach(container);
+    if (!container.dryRun) {
+        reattach(container);
+    }
     return true;
 }
 
